@@ -1,0 +1,51 @@
+// QzvVault: a vault over one directory tree, as createVaultInstance returns it.
+//
+// The vault hands out its root folder, its sixteen stock folders (fixed
+// sub-directories, made on demand), stock objects found by display name, and
+// impact-analysis objects. Everything it hands out is owned by the caller,
+// ended with release(), and must be released before the vault itself.
+//
+// Thread safety: folders, objects and lists are used from one thread each; the
+// vault's own error text is not guarded, so a vault is shared across threads
+// only for operations whose failure text is not read concurrently.
+#ifndef QZVAULT_VAULT_H_
+#define QZVAULT_VAULT_H_
+
+#include "qzbase/string.h"
+
+class QzvFolder;
+class QzvObject;
+class QzvImpactAnalysis;
+
+class QzvVault {
+ public:
+  // Destroys the vault; release every folder, object, list and analysis
+  // object obtained from it first.
+  virtual void release() = 0;
+  // Text of the last failure.
+  virtual QzbString getErrorMessage() = 0;
+  // A new folder over the vault's root directory, or null.
+  virtual QzvFolder* getRootFolder() = 0;
+  // Stock folder `id` (0 to 15) with its stock filter; with `create` true a
+  // missing directory is made. Null with getErrorMessage on failure ("Stock
+  // folder id out of bounds", "Directory %s does not exist", ...).
+  virtual QzvFolder* getStockFolder(int id, bool create) = 0;
+  // The object whose display name is exactly `name` in stock folder `id`; null
+  // with "Object with name '...' Not found" when there is none.
+  virtual QzvObject* getStockObject(int id, const QzbString& name) = 0;
+  // qzbConcatPath of the two (qzbase/path.h); touches no file system.
+  virtual QzbString buildPath(const QzbString& path, const QzbString& name) = 0;
+  // qzbParsePath: the directory part, with the last component in *name.
+  virtual QzbString parsePath(const QzbString& path, QzbString* name) = 0;
+  // A new impact-analysis object over this vault.
+  virtual QzvImpactAnalysis* getImpactAnalysis() = 0;
+  // The stored UUID, or a null string when none is stored or on failure.
+  virtual QzbString getUUID() = 0;
+  // Stores `uuid` as the vault's UUID (the library never makes one up).
+  virtual bool resetUUID(const QzbString& uuid) = 0;
+
+ protected:
+  virtual ~QzvVault() = default;
+};
+
+#endif  // QZVAULT_VAULT_H_

@@ -1,0 +1,74 @@
+// The cached-metadata database ".v_cmd" of a folder follows the folder's files:
+// for each file a v_file row (name, modification time, plug-in type, display
+// name) and v_attr rows (creation and modification dates, and every attribute
+// the file's plug-in reports). Refreshes rewrite changed rows in one
+// transaction and announce the changes to the repository event manager.
+#ifndef QZVAULT_SRC_CACHE_REFRESH_H_
+#define QZVAULT_SRC_CACHE_REFRESH_H_
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+
+#include "qzbase/events.h"
+#include "qzbase/sqlite.h"
+#include "qzbase/string.h"
+#include "metadata_db.h"
+#include "plugin_registry.h"
+
+class QzvVault;
+
+// Reserved attribute names.
+#define QZVI_ATTR_CREATIONDATE "_CREATIONDATE"
+#define QZVI_ATTR_MODIFIEDDATE "_MODIFIEDDATE"
+#define QZVI_ATTR_CREATOR "_CREATOR"
+#define QZVI_ATTR_MODIFIEDUSER "_MODIFIEDUSER"
+#define QZVI_ATTR_LOCKEDUSER "_LOCKEDUSER"
+#define QZVI_ATTR_UUID "_UUID"
+
+// Brings the cache of `directory` up to date with its files. `vault` (may be
+// null) receives the content-changed announcements. False with the reason in
+// *error; the cache then keeps its previous content.
+bool qzviRefreshCachedAttributes(const QzbString& directory, const QzviPluginRegistry* registry,
+                                 QzbString* error, MemDBCache& cache, QzvVault* vault);
+// Brings one file's cache rows up to date (`force` re-reads an unchanged file).
+bool qzviRefreshCachedFileAttributes(const QzbString& path, const QzviPluginRegistry* registry,
+                                     QzbString* error, MemDBCache& cache, bool force);
+// Reads one file into the open cache database (inside the caller's transaction).
+bool addToCache(const QzbString& directory, const QzbString& name,
+                const QzviPluginRegistry* registry, int64_t timestamp,
+                SqliteConnection* connection, QzbString* error);
+// Announces a change to the repository event manager (nothing when the vault is
+// null, nobody listens, or `reference` is empty).
+void qzviFireContentChanged(QzvVault* vault, const QzbString& reference,
+                            RepositoryObjectChangeType changeType,
+                            const QzbString& secondReference);
+
+// The display name stored for the folder `directory` in its own ".v_fmd", or a
+// null string.
+QzbString qzviGetFolderNameFromDirectory(const QzbString& directory, MemDBCache& cache);
+
+// Display names and types of a folder's files, read once from the cached or
+// fixed metadata and then looked up by file name.
+class QzviMDHelper {
+ public:
+  QzviMDHelper();
+  // Reads the names of `directory`: from ".v_cmd" (v_file) when `fixed` is
+  // false, from ".v_fmd" (v_object) when true. `namedOnly` keeps only rows with
+  // a name. False when the database cannot be read (lookups then find nothing).
+  bool init(const QzbString& directory, bool namedOnly, bool fixed, MemDBCache& cache);
+  // True when `fileName` has a row; its name and type are then available.
+  bool lookup(const QzbString& fileName);
+  QzbString getFoundName() const;
+  QzbString getFoundType() const;
+
+ private:
+  struct Entry {
+    QzbString name;
+    QzbString type;
+  };
+  std::unordered_map<QzbString, Entry> entries_;
+  const Entry* found_;
+};
+
+#endif  // QZVAULT_SRC_CACHE_REFRESH_H_
