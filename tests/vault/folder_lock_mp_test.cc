@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -34,17 +35,23 @@ int childMain(const std::string& folder, const std::string& journal, int id, int
   if (fd < 0) return 11;
   int holds = 0;
   for (int call = 0; call < kMaxLockCalls && holds < kHoldsEach; ++call) {
+    const auto start = std::chrono::steady_clock::now();
     QzviFolderLock* lock = qzviLockFolder(QzbString(folder.c_str()));
+    const long waitedMs = static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                                std::chrono::steady_clock::now() - start)
+                                                .count());
     if (lock == nullptr) {
-      appendLine(fd, "busy " + std::to_string(id));
+      appendLine(fd, "busy " + std::to_string(id) + " " + std::to_string(waitedMs));
       continue;
     }
-    if (!appendLine(fd, "take " + std::to_string(id))) return 12;
-    usleep(50 * 1000);  // hold it for a while, so that the other one tries meanwhile
+    if (!appendLine(fd, "take " + std::to_string(id) + " " + std::to_string(waitedMs))) return 12;
+    // The first hold is long, so that the other process, started at the same
+    // moment, certainly finds the lock taken at least once.
+    usleep(holds == 0 ? 1200 * 1000 : 100 * 1000);
     if (!appendLine(fd, "give " + std::to_string(id))) return 12;
     qzviUnlockFolder(lock);
     ++holds;
-    usleep(150 * 1000);  // give the other one its turn
+    usleep(50 * 1000);
   }
   close(fd);
   return holds == kHoldsEach ? 0 : 13;
@@ -83,17 +90,20 @@ TEST(FolderLockMultiProcessTest, OnlyOneProcessHoldsTheLockAtATime) {
   int holder = -1;
   std::vector<int> holds(kProcesses, 0);
   int busy = 0;
+  int takesAfterWaiting = 0;  // lock calls that had at least one failed attempt
   while (std::getline(lines, line)) {
     std::istringstream words(line);
     std::string what;
     int id = -1;
-    words >> what >> id;
+    long waitedMs = 0;
+    words >> what >> id >> waitedMs;
     ASSERT_TRUE(id >= 0 && id < kProcesses) << line << "\n" << text;
     if (what == "take") {
       ASSERT_EQ(holder, -1) << "process " << id << " took the lock while " << holder
                             << " held it:\n" << text;
       holder = id;
       ++holds[id];
+      if (waitedMs >= 900) ++takesAfterWaiting;
     } else if (what == "give") {
       ASSERT_EQ(holder, id) << text;
       holder = -1;
@@ -105,6 +115,7 @@ TEST(FolderLockMultiProcessTest, OnlyOneProcessHoldsTheLockAtATime) {
   EXPECT_EQ(holder, -1);
   for (int id = 0; id < kProcesses; ++id) EXPECT_EQ(holds[id], kHoldsEach) << "process " << id;
   EXPECT_FALSE(qztest::pathExists(folder + "/.v_lck")) << "the last holder removed the lock file";
+  EXPECT_GE(takesAfterWaiting, 1) << "the processes never contended:\n" << text;
   RecordProperty("failed_lock_calls", busy);
 }
 
