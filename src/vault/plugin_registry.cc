@@ -34,6 +34,16 @@ bool g_shutDown = false;
 // static destruction).
 std::vector<QzviPluginRegistry*>* g_retired = nullptr;
 
+// Handles of every plug-in library loaded. Libraries stay loaded for the life
+// of the process (plug-in objects and code may be in use until the very end);
+// their handles are kept here, never closed.
+std::vector<NpDso*>* g_loadedLibraries = nullptr;
+
+void keepLoaded(NpDso* library) {
+  if (g_loadedLibraries == nullptr) g_loadedLibraries = new std::vector<NpDso*>();
+  g_loadedLibraries->push_back(library);
+}
+
 void retire(QzviPluginRegistry* registry) {
   if (g_retired == nullptr) g_retired = new std::vector<QzviPluginRegistry*>();
   g_retired->push_back(registry);
@@ -75,6 +85,7 @@ void loadPluginLibrary(const char* path, const char* leaf, QzbString* error,
   }
   // From here on the library stays loaded, even when it yields nothing: code
   // of it may already be referenced (static constructors, atexit handlers).
+  keepLoaded(library);
   void* symbol = np_dso_getsym(library, QZV_PLUGIN_ENTRY_NAME);
   if (symbol == nullptr) return;
   QzvCreateFactoryFunction createFactory = reinterpret_cast<QzvCreateFactoryFunction>(symbol);
