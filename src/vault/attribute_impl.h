@@ -1,0 +1,84 @@
+// The two attribute implementations: rows stored in a folder's ".v_fmd"
+// (QzvAttributeImpl) and an attribute that a plug-in reads out of the file
+// itself (QzvFileAttributeImpl).
+#ifndef QZVAULT_SRC_ATTRIBUTE_IMPL_H_
+#define QZVAULT_SRC_ATTRIBUTE_IMPL_H_
+
+#include <vector>
+
+#include "qzbase/string.h"
+#include "qzvault/attribute.h"
+
+class QzvVaultImpl;
+class QzvMetaDataFile;
+
+#define QZVI_ATTR_COLUMNS 10
+
+// One row of an attribute: ten values.
+struct AttrRow {
+  QzbString values[QZVI_ATTR_COLUMNS];
+  // Makes all ten values null.
+  void clear();
+};
+
+class QzvAttributeImpl final : public QzvAttribute {
+ public:
+  QzvAttributeImpl();
+  // Loads the rows of attribute `name` of the object `fileName` (null for the
+  // folder itself) from the ".v_fmd" of `folderPath`.
+  bool init(QzvVaultImpl* vault, const QzbString& folderPath, const QzbString& fileName,
+            const QzbString& name);
+
+  void release() override;
+  QzbString getErrorMessage() override;
+  QzbString getName() override;
+  bool isReadOnly() override;
+  QzbString getSingletonValue() override;
+  int numRows() override;
+  QzbString getValue(int column, int row) override;
+  void clear() override;
+  void setValue(int column, int row, const QzbString& value) override;
+  bool commit() override;
+
+ private:
+  ~QzvAttributeImpl() override;
+
+  QzbString errorMessage_;
+  QzbString name_;
+  QzbString fileName_;
+  QzbString folderPath_;
+  QzvVaultImpl* vault_;
+  std::vector<AttrRow> rows_;
+};
+
+class QzvFileAttributeImpl final : public QzvAttribute {
+ public:
+  QzvFileAttributeImpl();
+  // True when the file's plug-in opens it and reports an attribute `name`.
+  bool init(QzvVaultImpl* vault, const QzbString& folderPath, const QzbString& fileName,
+            const QzbString& name);
+
+  void release() override;
+  QzbString getErrorMessage() override;
+  QzbString getName() override;
+  bool isReadOnly() override;
+  QzbString getSingletonValue() override;
+  int numRows() override;
+  QzbString getValue(int column, int row) override;
+  void clear() override;
+  void setValue(int column, int row, const QzbString& value) override;
+  bool commit() override;
+
+ private:
+  ~QzvFileAttributeImpl() override;
+
+  QzbString errorMessage_;
+  QzbString name_;
+  int index_;
+  bool readOnly_;
+  int rowCount_;
+  int columnCount_;
+  QzvMetaDataFile* file_;
+};
+
+#endif  // QZVAULT_SRC_ATTRIBUTE_IMPL_H_
