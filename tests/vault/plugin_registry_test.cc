@@ -13,6 +13,7 @@
 #include "platform_override.h"
 #include "plugin_registry.h"
 #include "qzbase/platform.h"
+#include "support/fault_platform.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "test_plugins.h"
@@ -300,12 +301,8 @@ TEST(PluginRegistry, DirectoryWithoutAccessIsReported) {
 }
 
 TEST(PluginRegistry, OtherDirectoryOpenFailureNamesDirectoryAndResult) {
-  NpPlatformOps ops = *npDefaultPlatformOps();
-  ops.dir_open = [](const char*, int, NpDir** handle) {
-    *handle = nullptr;
-    return static_cast<int>(NP_ERR_IO);
-  };
-  PlatformOverride platform(ops);
+  qztest::FaultPlatform faults;
+  faults.failCall(qztest::NpOp::kDirOpen, 1, NP_ERR_IO);
   QzbString error;
   std::vector<QzvMetaDataPlugin*> list;
   EXPECT_FALSE(registerDiskPlugins(QzbString("/plugins/here"), &error, &list));

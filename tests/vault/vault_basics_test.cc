@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform_override.h"
+#include "support/fault_platform.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "vault_impl.h"
@@ -18,7 +18,6 @@
 namespace {
 
 using qztest::LogCapture;
-using qztest::PlatformOverride;
 using qztest::TempDir;
 
 // A vault for one test, released at the end of the scope.
@@ -64,13 +63,13 @@ TEST(VaultBasics, RootPathLosesOneTrailingSeparator) {
 }
 
 TEST(VaultBasics, FailedLockCreationIsLoggedAndTheVaultStillWorks) {
-  NpPlatformOps ops = *npDefaultPlatformOps();
-  ops.mutex_create = [](int, int) -> void* { return nullptr; };
   LogCapture log;
   TempDir dir;
   {
-    PlatformOverride platform(ops);
+    qztest::FaultPlatform faults;
+    faults.failCall(qztest::NpOp::kMutexCreate, 1, NP_ERR_UNKNOWN);
     ScopedVault vault(dir.path());
+    ASSERT_EQ(faults.failuresInjected(qztest::NpOp::kMutexCreate), 1);
     EXPECT_TRUE(log.contains("Failed to create folder modified lock", 6, "QZ.Repos.Vault"))
         << log.dump();
     // The folder-time map works unguarded.
