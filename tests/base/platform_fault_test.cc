@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "qzbase/lock.h"
 #include "qzbase/platform.h"
 #include "support/fault_platform.h"
 #include "support/temp_dir.h"
@@ -180,6 +181,21 @@ TEST(FaultPlatform, PointerAndClockEntriesFailTheirOwnWay) {
   faults.failCall(NpOp::kOsinfUser, 1, NP_ERR_UNKNOWN);
   EXPECT_EQ(NP_ERR_UNKNOWN, np_osinf_user(user, sizeof user));
   EXPECT_STREQ("", user);
+}
+
+TEST(FaultPlatform, MutexFailuresReachTheLockLayer) {
+  FaultPlatform faults;
+  faults.failCall(NpOp::kMutexCreate, 1, NP_ERR_NO_MEMORY);
+  EXPECT_EQ(nullptr, qzLockCreate(0, 1));
+  EXPECT_EQ(1, faults.failuresInjected(NpOp::kMutexCreate));
+  QzLock* lock = qzLockCreate(0, 0);
+  ASSERT_NE(nullptr, lock);
+  faults.failCall(NpOp::kMutexLock, 1, NP_ERR_BUSY);
+  EXPECT_NE(0, qzLockGet(lock, 1, 1));
+  EXPECT_EQ(0, qzLockGet(lock, 1, 1));
+  EXPECT_EQ(0, qzLockRelease(lock));
+  qzLockDestroy(lock);
+  EXPECT_EQ(1, faults.callCount(NpOp::kMutexDestroy));
 }
 
 TEST(FaultPlatform, SleepCanBeSkipped) {
