@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the scripts in scripts/: makes sure the Debian packages that the
 # build, the tests and the demo need are installed.
 #

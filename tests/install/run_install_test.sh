@@ -10,8 +10,8 @@
 #          [--generator NAME] [--config CFG] [--cxx-flags FLAGS] [--link-flags FLAGS]
 set -euo pipefail
 
-cmake_exe= build_dir= host_source= cxx= expect= so_major=
-generator= config= cxx_flags= link_flags=
+cmake_exe='' build_dir='' host_source='' cxx='' expect='' so_major=''
+generator='' config='' cxx_flags='' link_flags=''
 while [[ $# -gt 0 ]]; do
   case "$1" in
     --cmake) cmake_exe=$2 ;;
