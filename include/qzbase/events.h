@@ -34,6 +34,10 @@ class QZBASE_EXPORT RepositoryEventManager {
   // The listener stays owned by the caller, who removes it before destroying
   // it. Adding a listener twice has no further effect.
   virtual void addListener(RepositoryListener* listener) = 0;
+  // After removal the listener is not called again. Called outside a callback,
+  // removeListener also waits until callbacks of that listener running on other
+  // threads have returned, so the owner may destroy it at once; called from a
+  // callback it does not wait. Removing an unknown or null listener does nothing.
   virtual void removeListener(RepositoryListener* listener) = 0;
   // True when at least one listener is registered: notifiers test this first so
   // that building a notification costs nothing when nobody listens.

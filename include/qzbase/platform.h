@@ -167,8 +167,10 @@ QZBASE_EXPORT int np_fio_rename(const char* oldPath, const char* newPath);
 // 0 on success; 3 when there was no such file; 14 for a directory.
 QZBASE_EXPORT int np_fio_unlink(const char* path);
 // Opens a file by the NP_FIO_* flags. With NP_FIO_PROBE the handle pointer may
-// be null and no handle is kept. 0 on success; 5 when NP_FIO_CREATE_NEW finds
-// the file; 3, 4 and the other codes.
+// be null and no handle is kept; a probe never creates or truncates anything,
+// and a write probe of a directory tells whether entries can be created in it.
+// 0 on success; 5 when NP_FIO_CREATE_NEW finds the file; 3, 4 and the other
+// codes.
 QZBASE_EXPORT int np_fio_open(const char* path, int flags, NpFile** handle);
 // Closes a handle from np_fio_open; a null handle is ignored.
 QZBASE_EXPORT int np_fio_close(NpFile* handle);

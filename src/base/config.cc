@@ -74,6 +74,14 @@ class ConfigStore final : public QzbConfigOptions {
       std::lock_guard<std::mutex> guard(mutex_);
       options_[key] = trim(text.substr(equals + 1));
     }
+    // A read error (a directory opens as a stream but cannot be read) ends
+    // the loop just as the end of the file does.
+    if (in.bad()) {
+      if (error != nullptr) {
+        *error = qzbStringFormat("Cannot read configuration file %s", path.asCstr());
+      }
+      return false;
+    }
     return ok;
   }
 

@@ -1,6 +1,7 @@
 // qzbStringFormat: printf-style formatting into a QzbString, with "%S" for a
 // const QzbString*. Each ordinary conversion is handed to the C library's
 // snprintf on its own, with the argument fetched at its proper type.
+#include <climits>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -172,13 +173,16 @@ QzbString qzbStringFormatV(const char* format, va_list args) {
     const std::string conversion(start, static_cast<std::size_t>(p - start));
     const int w = width;
     const int pr = precision;
+    // Width for the texts padded here: a negative "*" width means
+    // left-aligned in that many columns, as printf reads it.
+    const int padWidth = (widthStar && width < 0) ? (width == INT_MIN ? 0 : -width) : width;
     switch (conversionChar) {
       case 'S': {
         const QzbString* s = va_arg(args, const QzbString*);
         if (s != nullptr && !s->isNull()) {
-          appendPadded(&out, s->asCstr(), s->length(), leftAlign, w, pr);
+          appendPadded(&out, s->asCstr(), s->length(), leftAlign, padWidth, pr);
         } else {
-          appendPadded(&out, "", 0, leftAlign, w, pr);
+          appendPadded(&out, "", 0, leftAlign, padWidth, pr);
         }
         break;
       }
@@ -270,7 +274,7 @@ QzbString qzbStringFormatV(const char* format, va_list args) {
           if (s == nullptr) s = "(null)";
           appendPadded(&out, s,
                        pr >= 0 ? strnlen(s, static_cast<std::size_t>(pr)) : std::strlen(s),
-                       leftAlign, w, pr);
+                       leftAlign, padWidth, pr);
         }
         break;
       }

@@ -3,10 +3,12 @@
 #include "qzbase/log.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -18,11 +20,25 @@ namespace {
 // No sink wants any level at or above this: logging is off.
 constexpr int kLoggingOff = 1000;
 
+// One attached sink. Fields are guarded by the registry's mutex.
 struct SinkEntry {
   QzLogSink* sink;
   int minLevel;
   std::string prefix;
+  int activeCalls = 0;   // dispatches that have chosen this sink and not finished
+  bool removed = false;  // detached: not to be called any more
 };
+using SinkEntryPtr = std::shared_ptr<SinkEntry>;
+
+// The sink calls this thread is inside of, innermost first, so that a sink may
+// detach itself from its own callback without waiting for itself. The frames
+// live on the stack and the thread-local head is a plain pointer, which needs
+// no destructor and so stays usable from static destructors.
+struct SinkCallFrame {
+  const SinkEntry* entry;
+  SinkCallFrame* next;
+};
+thread_local SinkCallFrame* t_sinkCalls = nullptr;
 
 bool prefixMatches(const std::string& prefix, const char* logger) {
   if (prefix.empty()) return true;
@@ -50,35 +66,51 @@ class QzLoggerRegistry {
   }
 
   void addSink(QzLogSink* sink, int minLevel, const char* prefix) {
-    std::lock_guard<std::recursive_mutex> guard(sinksMutex_);
-    for (SinkEntry& entry : sinks_) {
-      if (entry.sink == sink) {
-        entry.minLevel = minLevel;
-        entry.prefix = prefix == nullptr ? "" : prefix;
+    std::lock_guard<std::mutex> guard(sinksMutex_);
+    for (const SinkEntryPtr& entry : sinks_) {
+      if (entry->sink == sink) {
+        entry->minLevel = minLevel;
+        entry->prefix = prefix == nullptr ? "" : prefix;
         recomputeMinimum();
         return;
       }
     }
-    sinks_.push_back(SinkEntry{sink, minLevel, prefix == nullptr ? "" : prefix});
+    SinkEntryPtr entry = std::make_shared<SinkEntry>();
+    entry->sink = sink;
+    entry->minLevel = minLevel;
+    entry->prefix = prefix == nullptr ? "" : prefix;
+    sinks_.push_back(std::move(entry));
     recomputeMinimum();
   }
 
+  // Returns once no other thread is inside the sink any more, so that the
+  // caller may destroy it. Calls of the sink on this thread (a sink detaching
+  // itself from its callback) are not waited for.
   void removeSink(QzLogSink* sink) {
-    std::lock_guard<std::recursive_mutex> guard(sinksMutex_);
+    std::unique_lock<std::mutex> lock(sinksMutex_);
+    SinkEntryPtr entry;
     for (auto it = sinks_.begin(); it != sinks_.end(); ++it) {
-      if (it->sink == sink) {
+      if ((*it)->sink == sink) {
+        entry = *it;
         sinks_.erase(it);
         break;
       }
     }
+    if (!entry) return;
+    entry->removed = true;
     recomputeMinimum();
+    int ownCalls = 0;
+    for (const SinkCallFrame* frame = t_sinkCalls; frame != nullptr; frame = frame->next) {
+      if (frame->entry == entry.get()) ++ownCalls;
+    }
+    callsDone_.wait(lock, [&] { return entry->activeCalls <= ownCalls; });
   }
 
   bool wants(const char* logger, int level) {
     if (level < minimumLevel_.load(std::memory_order_relaxed)) return false;
-    std::lock_guard<std::recursive_mutex> guard(sinksMutex_);
-    for (const SinkEntry& entry : sinks_) {
-      if (level >= entry.minLevel && prefixMatches(entry.prefix, logger)) return true;
+    std::lock_guard<std::mutex> guard(sinksMutex_);
+    for (const SinkEntryPtr& entry : sinks_) {
+      if (level >= entry->minLevel && prefixMatches(entry->prefix, logger)) return true;
     }
     return false;
   }
@@ -87,16 +119,42 @@ class QzLoggerRegistry {
     return level >= minimumLevel_.load(std::memory_order_relaxed);
   }
 
-  // Sinks are called under the recursive sink lock, so that a sink detached by
-  // another thread is never called after qzlogRemoveSink has returned; a sink
-  // may log or detach itself from its own callback.
+  // Sinks are called with no lock of ours held, so that a sink may log, attach
+  // or detach sinks, or wait for another thread that logs. A sink detached by
+  // another thread meanwhile is skipped; qzlogRemoveSink waits for the calls
+  // already under way. An exception thrown by a sink is swallowed: logging
+  // never fails the operation that logs.
   void dispatch(const QzLogEvent& event) {
-    std::lock_guard<std::recursive_mutex> guard(sinksMutex_);
-    const std::vector<SinkEntry> snapshot = sinks_;
-    for (const SinkEntry& entry : snapshot) {
-      if (event.level >= entry.minLevel && prefixMatches(entry.prefix, event.logger)) {
-        entry.sink->onLogEvent(event);
+    std::vector<SinkEntryPtr> targets;
+    {
+      std::lock_guard<std::mutex> guard(sinksMutex_);
+      for (const SinkEntryPtr& entry : sinks_) {
+        if (event.level >= entry->minLevel && prefixMatches(entry->prefix, event.logger)) {
+          ++entry->activeCalls;
+          targets.push_back(entry);
+        }
       }
+    }
+    for (const SinkEntryPtr& entry : targets) {
+      bool removed;
+      {
+        std::lock_guard<std::mutex> guard(sinksMutex_);
+        removed = entry->removed;
+      }
+      if (!removed) {
+        SinkCallFrame frame{entry.get(), t_sinkCalls};
+        t_sinkCalls = &frame;
+        try {
+          entry->sink->onLogEvent(event);
+        } catch (...) {
+        }
+        t_sinkCalls = frame.next;
+      }
+      {
+        std::lock_guard<std::mutex> guard(sinksMutex_);
+        --entry->activeCalls;
+      }
+      callsDone_.notify_all();
     }
   }
 
@@ -105,16 +163,17 @@ class QzLoggerRegistry {
 
   void recomputeMinimum() {
     int minimum = kLoggingOff;
-    for (const SinkEntry& entry : sinks_) {
-      if (entry.minLevel < minimum) minimum = entry.minLevel;
+    for (const SinkEntryPtr& entry : sinks_) {
+      if (entry->minLevel < minimum) minimum = entry->minLevel;
     }
     minimumLevel_.store(minimum, std::memory_order_relaxed);
   }
 
   std::mutex loggersMutex_;
   std::map<std::string, QzLogger*> loggers_;
-  std::recursive_mutex sinksMutex_;
-  std::vector<SinkEntry> sinks_;
+  std::mutex sinksMutex_;
+  std::condition_variable callsDone_;
+  std::vector<SinkEntryPtr> sinks_;
   std::atomic<int> minimumLevel_;
 };
 
