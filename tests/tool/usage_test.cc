@@ -55,7 +55,7 @@ TEST_F(UsageTest, UnknownCommandIsNamed) {
 
 TEST_F(UsageTest, NoCommandAtAll) {
   const ToolResult result = runTool({});
-  expectOneLineError(result, 2, "subcommand");
+  expectOneLineError(result, 2, "no command given");
 }
 
 TEST_F(UsageTest, UnknownOptionIsNamed) {
@@ -65,7 +65,7 @@ TEST_F(UsageTest, UnknownOptionIsNamed) {
 
 TEST_F(UsageTest, MissingArgumentsAreNamed) {
   expectUsage({"rename", "Data"}, "newname");
-  expectUsage({"mkdir"}, "PATH/DISPLAYNAME");
+  expectUsage({"mkdir"}, "path is required");
   expectUsage({"attr", "set", "Data", "Owner"}, "value");
   expectUsage({"version", "rollback", "Data/notes.txt"}, "version");
   expectUsage({"attr"}, "subcommand");

@@ -26,7 +26,9 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
       "absolute inside it. Exit status: 0 success, 1 failure, 2 usage error.");
   // Global options may also follow the command ("qzvault ls --vault DIR").
   app.fallthrough();
-  app.require_subcommand(1);
+  // At most one command; main() reports a missing one, so that an unknown
+  // word is named as an unknown command rather than as a missing one.
+  app.require_subcommand(0, 1);
   app.set_help_all_flag("--help-all", "Print the help of every command");
 
   GlobalOptions& global = context.global;

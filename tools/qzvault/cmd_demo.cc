@@ -8,6 +8,7 @@
 
 #include "cli.h"
 #include "demo_samples.h"
+#include "file_names.h"
 #include "impact_report.h"
 #include "listing.h"
 #include "output.h"
@@ -72,11 +73,9 @@ void addSample(VaultSession& session, const DemoSample& sample) {
   const VaultPath path = session.resolve(sample.path);
   Held<QzvFolder> folder = ensureFolder(session, path.parent());
   const std::string fileName = path.leaf();
-  const char* twoPart = qzbFindTwoPartExtension(fileName.c_str());
-  const std::size_t dot =
-      twoPart != nullptr ? fileName.size() - std::string(twoPart).size() - 1 : fileName.rfind('.');
-  const std::string base = dot == std::string::npos ? fileName : fileName.substr(0, dot);
-  const std::string extension = dot == std::string::npos ? std::string() : fileName.substr(dot + 1);
+  const FileNameParts parts = splitFileName(fileName);
+  const std::string& base = parts.base;
+  const std::string& extension = parts.extension;
 
   QzbString fullPath;
   QzbString chosenName;

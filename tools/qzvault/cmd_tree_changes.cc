@@ -5,9 +5,9 @@
 #include <system_error>
 
 #include "cli.h"
+#include "file_names.h"
 #include "listing.h"
 #include "output.h"
-#include "qzbase/file_types.h"
 #include "session.h"
 #include "tool_error.h"
 
@@ -117,26 +117,12 @@ void runMv(const GlobalOptions& global, const TwoArguments& arguments) {
   if (!object->moveSelf(target.get())) failWith(object->getErrorMessage(), "cannot move " + source.shown());
 }
 
-// The extension of `fileName` as the vault's file family reads it (a two-part
-// extension where there is one), and its base name.
-void splitFileName(const std::string& fileName, std::string* base, std::string* extension) {
-  std::size_t split = std::string::npos;
-  if (const char* twoPart = qzbFindTwoPartExtension(fileName.c_str())) {
-    split = fileName.size() - std::string(twoPart).size() - 1;
-  } else {
-    const std::size_t dot = fileName.rfind('.');
-    if (dot != std::string::npos && dot != 0) split = dot;
-  }
-  *base = split == std::string::npos ? fileName : fileName.substr(0, split);
-  *extension = split == std::string::npos ? std::string() : fileName.substr(split + 1);
-}
-
 void runAdd(const GlobalOptions& global, const AddOptions& options) {
   std::error_code error;
   if (!fs::is_regular_file(options.file, error)) failUsage("add: " + options.file + " is not a file");
-  std::string base;
-  std::string extension;
-  splitFileName(fs::path(options.file).filename().string(), &base, &extension);
+  const FileNameParts parts = splitFileName(fs::path(options.file).filename().string());
+  const std::string& base = parts.base;
+  const std::string& extension = parts.extension;
 
   VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
   const VaultPath folderPath = session.resolve(options.folder);

@@ -1,6 +1,7 @@
 #include "listing.h"
 
 #include <algorithm>
+#include <cctype>
 
 #include "held.h"
 #include "output.h"
@@ -20,10 +21,19 @@ VaultPath pathOfListed(VaultSession& session, const QzbString& fullPath) {
   return path;
 }
 
+// File names in letter-case-blind order, ties broken byte by byte.
+bool nameBefore(const std::string& a, const std::string& b) {
+  std::string lowerA = a;
+  std::string lowerB = b;
+  for (char& c : lowerA) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : lowerB) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return lowerA != lowerB ? lowerA < lowerB : a < b;
+}
+
 template <class Entry>
 void sortByFileName(std::vector<Entry>* entries) {
   std::stable_sort(entries->begin(), entries->end(), [](const Entry& a, const Entry& b) {
-    return a.path.leaf() < b.path.leaf();
+    return nameBefore(a.path.leaf(), b.path.leaf());
   });
 }
 
@@ -77,7 +87,7 @@ FolderContents listFolder(VaultSession& session, QzvFolder* folder, const VaultP
   sortByFileName(&contents.folders);
   sortByFileName(&contents.objects);
   std::stable_sort(contents.links.begin(), contents.links.end(),
-                   [](const LinkEntry& a, const LinkEntry& b) { return a.name < b.name; });
+                   [](const LinkEntry& a, const LinkEntry& b) { return nameBefore(a.name, b.name); });
   return contents;
 }
 

@@ -1,6 +1,6 @@
 // A folder's contents as the library lists them (sub-folders, objects, then
-// links), sorted by file name so that every listing of the tool comes out in
-// the same order whatever order the directory gives.
+// links), sorted by file name (letter case aside) so that every listing of the
+// tool comes out in the same order whatever order the directory gives.
 #ifndef QZVAULT_TOOL_LISTING_H_
 #define QZVAULT_TOOL_LISTING_H_
 

@@ -40,8 +40,12 @@ int main(int argc, char** argv) {
     return qzvtool::kExitUsage;
   }
 
+  if (!context.action) {
+    qzvtool::printError("no command given (see qzvault --help)");
+    return qzvtool::kExitUsage;
+  }
   try {
-    if (context.action) context.action();
+    context.action();
     std::cout.flush();
     return qzvtool::kExitSuccess;
   } catch (const qzvtool::ToolError& error) {

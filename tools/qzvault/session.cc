@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "file_names.h"
 #include "output.h"
 #include "qzbase/file_types.h"
 #include "tool_error.h"
@@ -26,15 +27,6 @@ void applySettings(const std::vector<std::string>& settings) {
     config->setOption(QzbString(setting.substr(0, equals).c_str()),
                       QzbString(setting.substr(equals + 1).c_str()));
   }
-}
-
-// The extension of a file name as the vault's file family reads it: one of
-// the two-part extensions, else what follows the last dot ("" for none).
-std::string familyExtension(const std::string& fileName) {
-  if (const char* twoPart = qzbFindTwoPartExtension(fileName.c_str())) return twoPart;
-  const std::size_t dot = fileName.rfind('.');
-  if (dot == std::string::npos || dot == 0) return std::string();
-  return fileName.substr(dot + 1);
 }
 
 }  // namespace
@@ -133,7 +125,7 @@ Held<QzvObject> VaultSession::openObject(const VaultPath& path) {
 }
 
 std::string VaultSession::pluginTypeFor(const std::string& fileName) const {
-  const std::string extension = familyExtension(fileName);
+  const std::string extension = splitFileName(fileName).extension;
   if (extension.empty()) return std::string();
   const std::string type = text(getTypeForFileExtension(QzbString(extension.c_str())));
   if (type.empty()) return std::string();

@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "file_names.h"
 #include "held.h"
 #include "listing.h"
 #include "tool_error.h"
@@ -9,11 +10,13 @@
 namespace qzvtool {
 namespace {
 
-// A folder's name ends in "/".
+// A folder's name ends in "/". The display name is shown where it says more
+// than the file name (an object's display name defaults to its base name).
 std::string treeLabel(const std::string& fileName, bool folder, const std::string& displayName,
                       const std::string& type) {
   std::string label = folder ? fileName + "/" : fileName;
-  if (!displayName.empty() && displayName != fileName) label += "  \"" + displayName + "\"";
+  const bool implied = displayName == fileName || (!folder && displayName == splitFileName(fileName).base);
+  if (!displayName.empty() && !implied) label += "  \"" + displayName + "\"";
   if (!type.empty()) label += "  (" + type + ")";
   return label;
 }
