@@ -8,6 +8,8 @@
 // directory survives a failed stamp, a half-emptied folder survives a failed
 // deletion). None of them takes the folder lock: a host that needs several
 // changes to be exclusive brackets them with tranLock / tranUnlock.
+#include <vector>
+
 #include "debug_log.h"
 #include "file_list.h"
 #include "folder_impl.h"
@@ -296,29 +298,44 @@ bool QzvFolderImpl::deleteSelf() {
     if (entries.next()) return fail(QzbString("Can't delete a non-empty folder", true));
   }
 
-  // Only the vault's own files and directories are left; they go one by one,
-  // and a failure stops at once, leaving deleted what was deleted.
-  QzviFileList vaultEntries;
-  if (!vaultEntries.init(path_, QZVI_LIST_ONLY_VAULT, &listError)) return fail(listError);
-  while (vaultEntries.next()) {
-    const QzbString entryPath = vaultEntries.getFullPathName();
-    if (vaultEntries.isDir()) {
+  // Only the vault's own files and directories should be left. They are read
+  // in full before anything is deleted, and an ordinary entry seen now stops
+  // the deletion too: a listing that ended early above (a read error looks
+  // like the end of the directory) must not cost the folder its metadata.
+  struct VaultEntry {
+    QzbString path;
+    bool isDirectory;
+  };
+  std::vector<VaultEntry> vaultEntries;
+  {
+    QzviFileList entries;
+    if (!entries.init(path_, 0, &listError)) return fail(listError);
+    while (entries.next()) {
+      if (!entries.isVaultItem()) return fail(QzbString("Can't delete a non-empty folder", true));
+      vaultEntries.push_back({entries.getFullPathName(), entries.isDir()});
+    }
+  }
+
+  // They go one by one; a failure stops at once, leaving deleted what was
+  // deleted.
+  for (const VaultEntry& entry : vaultEntries) {
+    if (entry.isDirectory) {
       QzviFileList inner;
-      if (!inner.init(entryPath, 0, &listError)) return fail(listError);
+      if (!inner.init(entry.path, 0, &listError)) return fail(listError);
       while (inner.next()) {
         const int unlinked = np_fio_unlink(inner.getFullPathName().asCstr());
         if (unlinked != NP_OK) {
-          return fail(qzbStringFormat("Error deleting file %s (%d)", entryPath.asCstr(), unlinked));
+          return fail(qzbStringFormat("Error deleting file %s (%d)", entry.path.asCstr(), unlinked));
         }
       }
-      const int removed = np_dir_unlink(entryPath.asCstr());
+      const int removed = np_dir_unlink(entry.path.asCstr());
       if (removed != NP_OK) {
-        return fail(qzbStringFormat("Error removing dir %s (%d)", entryPath.asCstr(), removed));
+        return fail(qzbStringFormat("Error removing dir %s (%d)", entry.path.asCstr(), removed));
       }
     } else {
-      const int unlinked = np_fio_unlink(entryPath.asCstr());
+      const int unlinked = np_fio_unlink(entry.path.asCstr());
       if (unlinked != NP_OK) {
-        return fail(qzbStringFormat("Error deleting file %s (%d)", entryPath.asCstr(), unlinked));
+        return fail(qzbStringFormat("Error deleting file %s (%d)", entry.path.asCstr(), unlinked));
       }
     }
   }
