@@ -2,9 +2,10 @@
 // ".v_fmd". The rows are loaded whole by init, changed in memory, and written
 // back whole by commit in one transaction: there is no change tracking, so the
 // last commit of two attribute objects of the same attribute wins.
+#include "attribute_impl.h"
+
 #include <utility>
 
-#include "attribute_impl.h"
 #include "attribute_sql.h"
 #include "metadata_db.h"
 #include "qzbase/datavar.h"
@@ -92,9 +93,9 @@ bool QzvAttributeImpl::init(QzvVaultImpl* vault, const QzbString& folderPath,
   const QzbDatavar fileParameter(fileName_);
   const QzbDatavar nameParameter(name_);
   QzvItemList* result =
-      forFolder ? qzviParamSelect(db.get(), qzviAttrSelectSql(true), 1, &nameParameter)
-                : qzviParamSelect(db.get(), qzviAttrSelectSql(false), 2, &fileParameter,
-                                  &nameParameter);
+      forFolder
+          ? qzviParamSelect(db.get(), qzviAttrSelectSql(true), 1, &nameParameter)
+          : qzviParamSelect(db.get(), qzviAttrSelectSql(false), 2, &fileParameter, &nameParameter);
   if (result == nullptr) {
     errorMessage_ = db->getErrorMessage();
     return false;
@@ -169,9 +170,9 @@ bool QzvAttributeImpl::commit() {
     const QzbDatavar fileParameter(fileName_);
     const QzbDatavar nameParameter(name_);
     const bool deleted =
-        forFolder ? qzviParamExec(db.get(), qzviAttrDeleteSql(true), 1, &nameParameter)
-                  : qzviParamExec(db.get(), qzviAttrDeleteSql(false), 2, &fileParameter,
-                                  &nameParameter);
+        forFolder
+            ? qzviParamExec(db.get(), qzviAttrDeleteSql(true), 1, &nameParameter)
+            : qzviParamExec(db.get(), qzviAttrDeleteSql(false), 2, &fileParameter, &nameParameter);
     if (!deleted) {
       errorMessage_ = db->getErrorMessage();
       break;

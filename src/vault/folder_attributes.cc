@@ -285,8 +285,7 @@ bool QzvFolderImpl::setModifiedByUser(const QzbString& /*user*/) {
   QzLogger* logger = vault_->logger();
   const bool traced = !path_.isEmpty();
   if (traced) {
-    QZVI_LOG(logger, QZLOG_TRACE, "Entering setModifiedByUser on folder \"%s\".",
-             path_.asCstr());
+    QZVI_LOG(logger, QZLOG_TRACE, "Entering setModifiedByUser on folder \"%s\".", path_.asCstr());
   }
   if (np_fio_stat(path_.asCstr(), nullptr) != NP_OK) {
     errorMessage_ = qzbStringFormat("Folder %s is not accessible", path_.asCstr());
@@ -521,8 +520,7 @@ bool QzvFolderImpl::refreshFolderAttributes() {
     inserts.push_back({QZVI_ATTR_CREATIONDATE, directoryTime});
   }
   if (storedModified == 0) {
-    inserts.push_back(
-        {QZVI_ATTR_MODIFIEDDATE, static_cast<unsigned long>(qzviCurrentSeconds())});
+    inserts.push_back({QZVI_ATTR_MODIFIEDDATE, static_cast<unsigned long>(qzviCurrentSeconds())});
   }
 
   if (updates.empty() && inserts.empty()) {

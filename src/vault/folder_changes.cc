@@ -33,10 +33,11 @@ bool isPlainDirectoryName(const QzbString& name) {
 }
 
 // True when something other than `current` already has the path `target`:
-// renaming onto it would replace an empty directory without a word.
+// renaming onto it would replace an empty directory without a word. A path
+// that cannot be examined is left to the rename, which reports it.
 bool isTakenByAnother(const QzbString& target, const QzbString& current) {
   if (target.compare(current, true) == 0) return false;
-  return np_fio_stat(target.asCstr(), nullptr) != NP_ERR_NOT_FOUND;
+  return np_fio_stat(target.asCstr(), nullptr) == NP_OK;
 }
 
 }  // namespace
@@ -126,8 +127,7 @@ bool QzvFolderImpl::getFilenameForNewObject(const QzbString& displayName,
   // The name was free when it was made; a file that appeared since then (made
   // by another process) is reported instead of handed out twice.
   if (np_fio_stat(path.asCstr(), nullptr) == NP_OK) {
-    errorMessage_ =
-        qzbStringFormat("File %s already exists in %s", name.asCstr(), path_.asCstr());
+    errorMessage_ = qzbStringFormat("File %s already exists in %s", name.asCstr(), path_.asCstr());
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
@@ -219,8 +219,8 @@ bool QzvFolderImpl::renameSelf(const QzbString& newName) {
   // A stamp that fails without a text of its own gets one naming the folder.
   if (!setModifiedByUser(getCurrentUserName())) {
     if (errorMessage_.isEmpty() && !path_.isEmpty()) {
-      errorMessage_ =
-          qzbStringFormat("Error setting modified by user after rename on folder: %s", path_.asCstr());
+      errorMessage_ = qzbStringFormat("Error setting modified by user after rename on folder: %s",
+                                      path_.asCstr());
     }
     return fail(QZLOG_ERROR);
   }
@@ -325,7 +325,8 @@ bool QzvFolderImpl::deleteSelf() {
       while (inner.next()) {
         const int unlinked = np_fio_unlink(inner.getFullPathName().asCstr());
         if (unlinked != NP_OK) {
-          return fail(qzbStringFormat("Error deleting file %s (%d)", entry.path.asCstr(), unlinked));
+          return fail(
+              qzbStringFormat("Error deleting file %s (%d)", entry.path.asCstr(), unlinked));
         }
       }
       const int removed = np_dir_unlink(entry.path.asCstr());

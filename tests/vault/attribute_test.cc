@@ -1,12 +1,11 @@
 // Stored attributes (QzvAttributeImpl): loading the rows of v_attr, changing
 // them in memory, and writing them back whole in one transaction.
+#include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <cstdio>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "attribute_impl.h"
 #include "attribute_sql.h"
@@ -79,7 +78,8 @@ TEST(AttributeSql, TextsAreExact) {
   // The folder's delete ends with a blank.
   EXPECT_EQ(qzviAttrDeleteSql(true).toStdString(),
             "DELETE FROM v_attr WHERE fname IS NULL AND attr = ? ");
-  EXPECT_EQ(qzviAttrDeleteSql(false).toStdString(), "DELETE FROM v_attr WHERE fname=? AND attr = ?");
+  EXPECT_EQ(qzviAttrDeleteSql(false).toStdString(),
+            "DELETE FROM v_attr WHERE fname=? AND attr = ?");
   EXPECT_EQ(qzviAttrInsertSql().toStdString(),
             "INSERT INTO v_attr(fname, attr, seq, v0, v1, v2, v3, v4, v5, v6, v7, v8, v9) VALUES "
             "(?,?,?,?,?,?,?,?,?,?,?,?,?)");
@@ -124,8 +124,8 @@ TEST_F(AttributeTest, ReadsEveryColumnOfEveryRowInSeqOrder) {
 }
 
 TEST_F(AttributeTest, OutOfRangeCellsAreNullStrings) {
-  qztest::execute(db_,
-                  "INSERT INTO v_attr (fname, attr, seq, v0, v9) VALUES (NULL, 'Tag', 0, 'x', 'y')");
+  qztest::execute(
+      db_, "INSERT INTO v_attr (fname, attr, seq, v0, v9) VALUES (NULL, 'Tag', 0, 'x', 'y')");
   auto attribute = loadFolderAttr(vault_.get(), dir_.path(), "Tag");
   ASSERT_EQ(attribute->numRows(), 1);
   // The cells next to the edges hold values, so a null below is the range
@@ -151,9 +151,9 @@ TEST_F(AttributeTest, RowsWithGapsInSeqAreReadAndWrittenBackAsConsecutiveRows) {
   EXPECT_EQ(valueOf(attribute->getValue(0, 1)), "second");
   EXPECT_EQ(valueOf(attribute->getValue(0, 2)), "third");
   ASSERT_TRUE(attribute->commit()) << attribute->getErrorMessage().asCstr();
-  EXPECT_EQ(allAttrRows(db_), (Rows{stored(kNull, "Steps", 0, {"first"}),
-                                    stored(kNull, "Steps", 1, {"second"}),
-                                    stored(kNull, "Steps", 2, {"third"})}));
+  EXPECT_EQ(allAttrRows(db_),
+            (Rows{stored(kNull, "Steps", 0, {"first"}), stored(kNull, "Steps", 1, {"second"}),
+                  stored(kNull, "Steps", 2, {"third"})}));
 }
 
 // ---------------------------------------------------------------------------
@@ -184,7 +184,9 @@ TEST_F(AttributeTest, SetValueIgnoresANegativeRowAndAColumnOutsideTheTen) {
   attribute->setValue(-1, 0, S("c"));
   attribute->setValue(10, 4, S("d"));
   EXPECT_EQ(attribute->numRows(), 1);
-  for (int column = 0; column < 10; ++column) EXPECT_TRUE(attribute->getValue(column, 0).isNull());
+  for (int column = 0; column < 10; ++column) {
+    EXPECT_TRUE(attribute->getValue(column, 0).isNull());
+  }
   attribute->setValue(9, 0, S("edge"));
   EXPECT_EQ(valueOf(attribute->getValue(9, 0)), "edge");
 }
@@ -290,7 +292,8 @@ TEST_F(AttributeTest, InitFailsWithTheOpenErrorWhenTheDatabaseCannotBeOpened) {
 
 TEST_F(AttributeTest, InitFailsWithTheConnectionsMessageWhenTheSelectFails) {
   // A table without the value columns: the select cannot be prepared.
-  qztest::execute(db_, "DROP TABLE v_attr; CREATE TABLE v_attr (fname text, attr text, seq integer)");
+  qztest::execute(db_,
+                  "DROP TABLE v_attr; CREATE TABLE v_attr (fname text, attr text, seq integer)");
   Owned<QzvAttributeImpl> attribute(new QzvAttributeImpl());
   EXPECT_FALSE(attribute->init(vault_.get(), S(dir_.path()), QzbString(), S("Owner")));
   EXPECT_EQ(attribute->getErrorMessage().toStdString(), "no such column: v0");
@@ -344,8 +347,7 @@ TEST_F(AttributeTest, AFailedPrepareRollsBackTheDeleteWithTheConnectionsMessage)
   attribute->setValue(0, 0, S("changed"));
   EXPECT_FALSE(attribute->commit());
   EXPECT_EQ(attribute->getErrorMessage().toStdString(), "table v_attr has no column named v9");
-  EXPECT_EQ(qztest::query(db_, "SELECT attr, seq, v0 FROM v_attr"),
-            (Rows{{"Owner", "0", "kept"}}));
+  EXPECT_EQ(qztest::query(db_, "SELECT attr, seq, v0 FROM v_attr"), (Rows{{"Owner", "0", "kept"}}));
 }
 
 TEST_F(AttributeTest, AFailedCommitReportsTheConnectionsMessage) {

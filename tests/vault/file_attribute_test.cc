@@ -1,8 +1,8 @@
 // Attributes kept inside a file (QzvFileAttributeImpl), reached through the
 // "qzvmdtestmeta" test plug-in, which reads and writes them as "attr" lines.
-#include <string>
-
 #include <gtest/gtest.h>
+
+#include <string>
 
 #include "attribute_impl.h"
 #include "support/temp_dir.h"
@@ -108,8 +108,8 @@ TEST_F(FileAttributeTest, NamesAreComparedWithLetterCase) {
 TEST_F(FileAttributeTest, InitFailsWithoutMessageWhenThereIsNoSuchAttributeOrFileOrPlugIn) {
   EXPECT_EQ(open("sales.tmeta", "Missing"), nullptr);
   qztest::writeFile(dir_.join("notes.txt"), "attr Owner 0 0 alice\n");
-  EXPECT_EQ(open("notes.txt", "Owner"), nullptr);       // no plug-in for the type
-  EXPECT_EQ(open("absent.tmeta", "Owner"), nullptr);    // the plug-in cannot open it
+  EXPECT_EQ(open("notes.txt", "Owner"), nullptr);     // no plug-in for the type
+  EXPECT_EQ(open("absent.tmeta", "Owner"), nullptr);  // the plug-in cannot open it
   qztest::writeFile(dir_.join("broken.tmeta"), "fail open\nattr Owner 0 0 alice\n");
   EXPECT_EQ(open("broken.tmeta", "Owner"), nullptr);
   EXPECT_EQ(open("../sales.tmeta", "Owner"), nullptr);  // the path cannot be joined

@@ -1,13 +1,14 @@
 // A folder's attribute listings: its own attributes (getAttrList), one
 // attribute (getAttribute), and the attributes of its objects from the cached
 // and the fixed metadata (getObjectAttrList).
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <string>
 
-#include <gtest/gtest.h>
-
 #include "attribute_sql.h"
 #include "folder_test_util.h"
+#include "qzvault/attribute.h"
 #include "support/fault_platform.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
@@ -74,8 +75,9 @@ TEST(FolderAttributeSql, ObjectListingTextsKeepTheirBlanks) {
             head + "WHERE  a.attr=? " + order);
   EXPECT_EQ(qzviObjectAttrListSql("v_file", true, true).toStdString(),
             head + "WHERE a.fname=? AND  a.attr=? " + order);
-  EXPECT_NE(qzviObjectAttrListSql("v_object", false, false).toStdString().find(
-                "INNER JOIN v_object b ON"),
+  EXPECT_NE(qzviObjectAttrListSql("v_object", false, false)
+                .toStdString()
+                .find("INNER JOIN v_object b ON"),
             std::string::npos);
 }
 
@@ -86,11 +88,12 @@ TEST(FolderAttrList, ListsTheFoldersOwnRowsByAttributeThenSeqWithTheDatesTheRefr
   TempDir dir;
   ScopedVault vault(dir.path());
   const std::string db = qztest::fixedDb(vault.get(), dir.path());
-  qztest::execute(db,
-                  "INSERT INTO v_attr (fname, attr, seq, v0, v1, v9) VALUES "
-                  "(NULL, 'Region', 1, 'north', NULL, 'z'), (NULL, 'Region', 0, 'south', 'S', NULL),"
-                  "(NULL, 'Owner', 0, 'alice', NULL, NULL),"
-                  "('orders.job.def', 'Owner', 0, 'object row', NULL, NULL)");
+  qztest::execute(
+      db,
+      "INSERT INTO v_attr (fname, attr, seq, v0, v1, v9) VALUES "
+      "(NULL, 'Region', 1, 'north', NULL, 'z'), (NULL, 'Region', 0, 'south', 'S', NULL),"
+      "(NULL, 'Owner', 0, 'alice', NULL, NULL),"
+      "('orders.job.def', 'Owner', 0, 'object row', NULL, NULL)");
   const int64_t directoryTime = qztest::statusChangeTime(dir.path());
   auto folder = makeFolder(vault.get(), dir.path());
   LogCapture log;
@@ -99,13 +102,13 @@ TEST(FolderAttrList, ListsTheFoldersOwnRowsByAttributeThenSeqWithTheDatesTheRefr
     qztest::ScopedClock clock(1700000000);
     rows = qztest::takeList(folder->getAttrList());
   }
-  EXPECT_EQ(rows, (Rows{listed({"Owner", "0", "alice"}, 12),
-                        listed({"Region", "0", "south", "S"}, 12),
-                        listed({"Region", "1", "north", kNull, kNull, kNull, kNull, kNull, kNull,
-                                kNull, kNull, "z"},
-                               12),
-                        listed({"_CREATIONDATE", "0", std::to_string(directoryTime)}, 12),
-                        listed({"_MODIFIEDDATE", "0", "1700000000"}, 12)}));
+  EXPECT_EQ(rows,
+            (Rows{listed({"Owner", "0", "alice"}, 12), listed({"Region", "0", "south", "S"}, 12),
+                  listed({"Region", "1", "north", kNull, kNull, kNull, kNull, kNull, kNull, kNull,
+                          kNull, "z"},
+                         12),
+                  listed({"_CREATIONDATE", "0", std::to_string(directoryTime)}, 12),
+                  listed({"_MODIFIEDDATE", "0", "1700000000"}, 12)}));
   EXPECT_TRUE(log.contains(trace("getAttrList", dir.path()), 1)) << log.dump();
   EXPECT_TRUE(log.contains(traceExit("getAttrList", dir.path()), 1)) << log.dump();
   EXPECT_TRUE(log.contains(trace("refreshFolderAttributes", dir.path()), 1)) << log.dump();
@@ -169,9 +172,12 @@ TEST(FolderGetAttribute, GivesTheFoldersRowsNotAnObjectsAndWritesNoTrace) {
   // Changes go back to the folder's rows.
   attribute->setValue(0, 1, S("second"));
   ASSERT_TRUE(attribute->commit());
-  EXPECT_EQ(qztest::query(db, "SELECT fname, seq, v0 FROM v_attr WHERE attr = 'Owner' "
-                              "ORDER BY fname, seq"),
-            (Rows{{kNull, "0", "folder"}, {kNull, "1", "second"}, {"a.txt", "0", "object"},
+  EXPECT_EQ(qztest::query(db,
+                          "SELECT fname, seq, v0 FROM v_attr WHERE attr = 'Owner' "
+                          "ORDER BY fname, seq"),
+            (Rows{{kNull, "0", "folder"},
+                  {kNull, "1", "second"},
+                  {"a.txt", "0", "object"},
                   {"a.txt", "1", "object 2"}}));
 }
 
@@ -219,7 +225,9 @@ class ObjectAttrListTest : public ::testing::Test {
   Rows list(const QzbString& fileName, const QzbString& attribute) {
     QzvItemList* result = folder_->getObjectAttrList(fileName, attribute);
     EXPECT_NE(result, nullptr) << folder_->getErrorMessage().asCstr();
-    if (result != nullptr) EXPECT_EQ(result->getNumCols(), 14);
+    if (result != nullptr) {
+      EXPECT_EQ(result->getNumCols(), 14);
+    }
     return qztest::takeList(result);
   }
 
@@ -249,8 +257,12 @@ TEST_F(ObjectAttrListTest, WithoutArgumentsListsEveryAttributeOfEveryNamedObject
   for (const Row& row : rows) {
     if (row[2] == Cell("_CREATIONDATE") || row[2] == Cell("_MODIFIEDDATE")) {
       ++cachedDates;
-      if (row[0] == Cell("plain.txt")) EXPECT_EQ(row[1], Cell("plain"));
-      if (row[0] == Cell("report.job.def")) EXPECT_EQ(row[1], Cell("report"));
+      if (row[0] == Cell("plain.txt")) {
+        EXPECT_EQ(row[1], Cell("plain"));
+      }
+      if (row[0] == Cell("report.job.def")) {
+        EXPECT_EQ(row[1], Cell("report"));
+      }
     }
   }
   EXPECT_EQ(cachedDates, 6);
@@ -307,9 +319,11 @@ TEST_F(ObjectAttrListTest, AFailedRefreshIsLoggedAndTheListingGoesOn) {
     rows = qztest::takeList(result);
   }
   EXPECT_EQ(message, "Access to " + dir_.path() + " is denied");
-  EXPECT_TRUE(log.contains("Error refreshing cached folder attributes for getObjectAttrList() on "
-                           "folder " + dir_.path() + ": Access to " + dir_.path() + " is denied",
-                           2))
+  EXPECT_TRUE(
+      log.contains("Error refreshing cached folder attributes for getObjectAttrList() on "
+                   "folder " +
+                       dir_.path() + ": Access to " + dir_.path() + " is denied",
+                   2))
       << log.dump();
   // No cache rows could be made, so the fixed row is listed.
   EXPECT_EQ(rows, (Rows{listed({"sales.tmeta", "sales", "Status", "0", "draft"}, 14)}));

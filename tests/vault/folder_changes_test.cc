@@ -1,12 +1,11 @@
 // Changes to the folder tree: createFolder, getFilenameForNewObject, fsRename,
 // renameSelf, moveSelf, deleteSelf, and the folder stamps of object creation.
+#include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <cstdio>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "folder_test_util.h"
 #include "qzbase/path.h"
@@ -177,8 +176,9 @@ TEST_F(ChangesTest, CreateFolderWhoseNameRowIsRefusedKeepsTheDirectoryUnstamped)
   // A database that refuses name rows, waiting in the new directory.
   TempDir seedDir;
   const std::string seed = qztest::fixedDb(vault_.get(), seedDir.path());
-  qztest::execute(seed, "CREATE TRIGGER refuse BEFORE INSERT ON v_object "
-                        "BEGIN SELECT RAISE(ABORT, 'no names'); END;");
+  qztest::execute(seed,
+                  "CREATE TRIGGER refuse BEFORE INSERT ON v_object "
+                  "BEGIN SELECT RAISE(ABORT, 'no names'); END;");
   LogCapture log;
   {
     qztest::ScopedDirectorySeed seeding(seed, 0644);
@@ -390,8 +390,9 @@ TEST_F(ChangesTest, FsRenameWhoseStampFailsReportsFalseButTheDirectoryHasItsNewN
 TEST_F(ChangesTest, RenameSelfReplacesTheNameRowOnly) {
   auto folder = subFolder("q1");
   const std::string db = qztest::fixedDb(vault_.get(), dir_.join("q1"));
-  qztest::execute(db, "INSERT INTO v_object (fname, name) VALUES (NULL, 'Old'), (NULL, 'Older'),"
-                      "('a.txt', 'An object')");
+  qztest::execute(db,
+                  "INSERT INTO v_object (fname, name) VALUES (NULL, 'Old'), (NULL, 'Older'),"
+                  "('a.txt', 'An object')");
   LogCapture log;
   {
     ScopedClock clock(1700000000);
@@ -423,9 +424,10 @@ TEST_F(ChangesTest, RenameSelfWithAnUnopenableDatabase) {
 TEST_F(ChangesTest, RenameSelfWhoseDeleteFailsRollsBack) {
   auto folder = subFolder("q1");
   const std::string db = qztest::fixedDb(vault_.get(), dir_.join("q1"));
-  qztest::execute(db, "INSERT INTO v_object (fname, name) VALUES (NULL, 'Old');"
-                      "CREATE TRIGGER refuse BEFORE DELETE ON v_object "
-                      "BEGIN SELECT RAISE(ABORT, 'names stay'); END;");
+  qztest::execute(db,
+                  "INSERT INTO v_object (fname, name) VALUES (NULL, 'Old');"
+                  "CREATE TRIGGER refuse BEFORE DELETE ON v_object "
+                  "BEGIN SELECT RAISE(ABORT, 'names stay'); END;");
   LogCapture log;
   EXPECT_FALSE(folder->renameSelf(S("New")));
   EXPECT_EQ(folder->getErrorMessage().toStdString(), "names stay");
@@ -436,9 +438,10 @@ TEST_F(ChangesTest, RenameSelfWhoseDeleteFailsRollsBack) {
 TEST_F(ChangesTest, RenameSelfWhoseInsertFailsRollsBackTheDelete) {
   auto folder = subFolder("q1");
   const std::string db = qztest::fixedDb(vault_.get(), dir_.join("q1"));
-  qztest::execute(db, "INSERT INTO v_object (fname, name) VALUES (NULL, 'Old');"
-                      "CREATE TRIGGER refuse BEFORE INSERT ON v_object "
-                      "BEGIN SELECT RAISE(ABORT, 'no new names'); END;");
+  qztest::execute(db,
+                  "INSERT INTO v_object (fname, name) VALUES (NULL, 'Old');"
+                  "CREATE TRIGGER refuse BEFORE INSERT ON v_object "
+                  "BEGIN SELECT RAISE(ABORT, 'no new names'); END;");
   LogCapture log;
   EXPECT_FALSE(folder->renameSelf(S("New")));
   EXPECT_EQ(folder->getErrorMessage().toStdString(), "Set folder name in metadata failed");
@@ -453,9 +456,9 @@ TEST_F(ChangesTest, RenameSelfWhoseCommitFailsKeepsTheOldName) {
   qztest::ScopedOption noWait("BASE/SQLITE_BUSY_TIMEOUT_MS", "0");
   sqlite3* reader = nullptr;
   ASSERT_EQ(sqlite3_open(db.c_str(), &reader), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(reader, "BEGIN; SELECT count(*) FROM v_object;", nullptr, nullptr,
-                         nullptr),
-            SQLITE_OK);
+  ASSERT_EQ(
+      sqlite3_exec(reader, "BEGIN; SELECT count(*) FROM v_object;", nullptr, nullptr, nullptr),
+      SQLITE_OK);
   LogCapture log;
   const bool renamed = folder->renameSelf(S("New"));
   sqlite3_exec(reader, "COMMIT", nullptr, nullptr, nullptr);
@@ -491,8 +494,9 @@ TEST(RenameSelfBegin, AFailedBeginIsReportedWithoutRollback) {
 TEST_F(ChangesTest, RenameSelfWhoseStampFailsReportsFalseWithTheNameChanged) {
   auto folder = subFolder("q1");
   const std::string db = qztest::fixedDb(vault_.get(), dir_.join("q1"));
-  qztest::execute(db, "CREATE TRIGGER refuse BEFORE INSERT ON v_attr "
-                      "BEGIN SELECT RAISE(ABORT, 'no stamps'); END;");
+  qztest::execute(db,
+                  "CREATE TRIGGER refuse BEFORE INSERT ON v_attr "
+                  "BEGIN SELECT RAISE(ABORT, 'no stamps'); END;");
   LogCapture log;
   EXPECT_FALSE(folder->renameSelf(S("New")));
   // The stamp's own message is kept; the name was committed before it.
@@ -601,7 +605,8 @@ TEST_F(ChangesTest, MoveSelfOfAVanishedDirectoryIsFileNotFound) {
   auto target = subFolder("b");
   LogCapture log;
   EXPECT_FALSE(folder->moveSelf(target.get()));
-  const std::string expected = "File not found moving " + dir_.join("gone") + " to " + dir_.join("b");
+  const std::string expected =
+      "File not found moving " + dir_.join("gone") + " to " + dir_.join("b");
   EXPECT_EQ(folder->getErrorMessage().toStdString(), expected);
   EXPECT_TRUE(log.contains(expected, 5)) << log.dump();
 }

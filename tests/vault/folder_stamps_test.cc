@@ -1,12 +1,11 @@
 // The reserved stamps of a folder: setModifiedByUser, setCreatedByUserOnFolder
 // and refreshFolderAttributes.
+#include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <cstdio>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "folder_test_util.h"
 #include "support/log_capture.h"
@@ -119,7 +118,7 @@ TEST_F(StampTest, ASecondModifiedByUserUpdatesTheRowsInPlace) {
 }
 
 TEST_F(StampTest, ModifiedByUserOfAFolderWithoutPathWritesNoTraceAndFails) {
-  qztest::Owned<QzvFolderImpl> pathless(new QzvFolderImpl());
+  auto pathless = makeFolder(vault_.get(), "");
   LogCapture log;
   EXPECT_FALSE(pathless->setModifiedByUser(S("x")));
   EXPECT_EQ(pathless->getErrorMessage().toStdString(), "Folder  is not accessible");
@@ -196,9 +195,10 @@ TEST_F(StampTest, AFailedInsertGivesTheConnectionsMessage) {
   EXPECT_TRUE(log.contains("date row refused", 5)) << log.dump();
   // The user row inserted before is rolled back with it.
   EXPECT_TRUE(stamp("_MODIFIEDUSER").empty());
-  qztest::execute(db_, "DROP TRIGGER refuse;"
-                       "CREATE TRIGGER refuse BEFORE INSERT ON v_attr "
-                       "BEGIN SELECT RAISE(ABORT, 'user row refused'); END;");
+  qztest::execute(db_,
+                  "DROP TRIGGER refuse;"
+                  "CREATE TRIGGER refuse BEFORE INSERT ON v_attr "
+                  "BEGIN SELECT RAISE(ABORT, 'user row refused'); END;");
   EXPECT_FALSE(folder_->setModifiedByUser(S("x")));
   EXPECT_EQ(folder_->getErrorMessage().toStdString(), "user row refused");
 }
@@ -282,9 +282,10 @@ TEST_F(CreatedByTest, StampsTheGivenFolderWithTheProcessUser) {
 
 TEST_F(CreatedByTest, AnExistingCreatorRowMakesBothRowsUpdates) {
   qztest::fixedDb(vault_.get(), dir_.join("child"));
-  qztest::execute(childDb(), "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
-                             "(NULL, '_CREATOR', 0, 'old creator'), "
-                             "(NULL, '_MODIFIEDUSER', 0, 'old modifier')");
+  qztest::execute(childDb(),
+                  "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
+                  "(NULL, '_CREATOR', 0, 'old creator'), "
+                  "(NULL, '_MODIFIEDUSER', 0, 'old modifier')");
   ASSERT_TRUE(folder_->setCreatedByUserOnFolder(child_.get(), S("x")));
   EXPECT_EQ(childStamp("_CREATOR"), (Rows{{"0", processUser()}}));
   EXPECT_EQ(childStamp("_MODIFIEDUSER"), (Rows{{"0", processUser()}}));
@@ -292,8 +293,9 @@ TEST_F(CreatedByTest, AnExistingCreatorRowMakesBothRowsUpdates) {
 
 TEST_F(CreatedByTest, AModifiedUserRowWithoutCreatorRowGetsASecondModifiedUserRow) {
   qztest::fixedDb(vault_.get(), dir_.join("child"));
-  qztest::execute(childDb(), "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
-                             "(NULL, '_MODIFIEDUSER', 0, 'old modifier')");
+  qztest::execute(childDb(),
+                  "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
+                  "(NULL, '_MODIFIEDUSER', 0, 'old modifier')");
   ASSERT_TRUE(folder_->setCreatedByUserOnFolder(child_.get(), S("x")));
   EXPECT_EQ(childStamp("_CREATOR"), (Rows{{"0", processUser()}}));
   EXPECT_EQ(childStamp("_MODIFIEDUSER"), (Rows{{"0", "old modifier"}, {"0", processUser()}}));
@@ -302,8 +304,9 @@ TEST_F(CreatedByTest, AModifiedUserRowWithoutCreatorRowGetsASecondModifiedUserRo
 TEST_F(CreatedByTest, ACreatorRowWithoutModifiedUserRowGetsNoModifiedUserRow) {
   // The update of "_MODIFIEDUSER" follows the "_CREATOR" row and finds no row.
   qztest::fixedDb(vault_.get(), dir_.join("child"));
-  qztest::execute(childDb(), "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
-                             "(NULL, '_CREATOR', 0, 'old creator')");
+  qztest::execute(childDb(),
+                  "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
+                  "(NULL, '_CREATOR', 0, 'old creator')");
   ASSERT_TRUE(folder_->setCreatedByUserOnFolder(child_.get(), S("x")));
   EXPECT_EQ(childStamp("_CREATOR"), (Rows{{"0", processUser()}}));
   EXPECT_TRUE(childStamp("_MODIFIEDUSER").empty());
@@ -322,7 +325,8 @@ TEST_F(CreatedByTest, AnUnopenableDatabase) {
   qztest::makeDirs(childDb());
   LogCapture log;
   EXPECT_FALSE(folder_->setCreatedByUserOnFolder(child_.get(), S("x")));
-  const std::string expected = "Error opening/creating fixed metadata file in " + dir_.join("child");
+  const std::string expected =
+      "Error opening/creating fixed metadata file in " + dir_.join("child");
   EXPECT_EQ(folder_->getErrorMessage().toStdString(), expected);
   EXPECT_TRUE(log.contains(expected, 5)) << log.dump();
 }
@@ -414,9 +418,10 @@ TEST_F(StampTest, RefreshGivesAFolderBothDates) {
 }
 
 TEST_F(StampTest, RefreshWithNothingToDoWritesNothing) {
-  qztest::execute(db_, "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
-                       "(NULL, '_CREATIONDATE', 0, '1600000000'), "
-                       "(NULL, '_MODIFIEDDATE', 0, '1650000000')");
+  qztest::execute(db_,
+                  "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
+                  "(NULL, '_CREATIONDATE', 0, '1600000000'), "
+                  "(NULL, '_MODIFIEDDATE', 0, '1650000000')");
   LogCapture log;
   {
     // Any write would fail while another connection holds the write lock.
@@ -430,9 +435,10 @@ TEST_F(StampTest, RefreshWithNothingToDoWritesNothing) {
 }
 
 TEST_F(StampTest, TheCreationDateMovesForwardOnlyWhenTheDirectoryIsMoreThanASecondYounger) {
-  qztest::execute(db_, "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
-                       "(NULL, '_CREATIONDATE', 0, '1600000000'), "
-                       "(NULL, '_MODIFIEDDATE', 0, '42')");
+  qztest::execute(db_,
+                  "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
+                  "(NULL, '_CREATIONDATE', 0, '1600000000'), "
+                  "(NULL, '_MODIFIEDDATE', 0, '42')");
   {
     ScopedStatusTime directoryTime(dir_.path(), 1600000001);  // stored + 1: not later
     ASSERT_TRUE(folder_->refreshFolderAttributes());
@@ -453,8 +459,9 @@ TEST_F(StampTest, TheCreationDateMovesForwardOnlyWhenTheDirectoryIsMoreThanASeco
 }
 
 TEST_F(StampTest, RowsHoldingZeroOrANonNumberCountAsAbsent) {
-  qztest::execute(db_, "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
-                       "(NULL, '_CREATIONDATE', 0, '0'), (NULL, '_MODIFIEDDATE', 0, 'soon')");
+  qztest::execute(db_,
+                  "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
+                  "(NULL, '_CREATIONDATE', 0, '0'), (NULL, '_MODIFIEDDATE', 0, 'soon')");
   {
     ScopedStatusTime directoryTime(dir_.path(), 1600000000);
     ScopedClock clock(1700000000);

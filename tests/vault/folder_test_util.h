@@ -5,12 +5,11 @@
 #ifndef QZ_TESTS_VAULT_FOLDER_TEST_UTIL_H_
 #define QZ_TESTS_VAULT_FOLDER_TEST_UTIL_H_
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cstdint>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "folder_impl.h"
 #include "qzbase/platform.h"
