@@ -240,6 +240,13 @@ class ImpactTest : public ::testing::Test {
   }
 
   std::string storePath() const { return dir_.join(".v_imd"); }
+  // Makes the library create ".v_imd" (a look-up that finds nothing), for
+  // tests that write rows into it directly.
+  void createStore() {
+    QzResource* none = analysis_->getResource(QzbString("none", true), QzbString("none", true));
+    EXPECT_EQ(none, nullptr);
+    ASSERT_TRUE(pathExists(storePath()));
+  }
 
   // A stored resource (created when absent); the test fails when it cannot be.
   ResourcePtr make(const char* name, const char* type, const char* identity) {
