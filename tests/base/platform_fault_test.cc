@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "qzbase/lock.h"
 #include "qzbase/platform.h"
 #include "support/fault_platform.h"
 #include "support/temp_dir.h"
@@ -182,6 +183,21 @@ TEST(FaultPlatform, PointerAndClockEntriesFailTheirOwnWay) {
   EXPECT_STREQ("", user);
 }
 
+TEST(FaultPlatform, MutexFailuresReachTheLockLayer) {
+  FaultPlatform faults;
+  faults.failCall(NpOp::kMutexCreate, 1, NP_ERR_NO_MEMORY);
+  EXPECT_EQ(nullptr, qzLockCreate(0, 1));
+  EXPECT_EQ(1, faults.failuresInjected(NpOp::kMutexCreate));
+  QzLock* lock = qzLockCreate(0, 0);
+  ASSERT_NE(nullptr, lock);
+  faults.failCall(NpOp::kMutexLock, 1, NP_ERR_BUSY);
+  EXPECT_NE(0, qzLockGet(lock, 1, 1));
+  EXPECT_EQ(0, qzLockGet(lock, 1, 1));
+  EXPECT_EQ(0, qzLockRelease(lock));
+  qzLockDestroy(lock);
+  EXPECT_EQ(1, faults.callCount(NpOp::kMutexDestroy));
+}
+
 TEST(FaultPlatform, SleepCanBeSkipped) {
   FaultPlatform faults;
   faults.setSleepEnabled(false);
@@ -214,7 +230,8 @@ TEST(FaultPlatform, OpNamesFollowTheTable) {
   EXPECT_STREQ("fio_stat", qztest::npOpName(NpOp::kFioStat));
   EXPECT_STREQ("dir_next_stat", qztest::npOpName(NpOp::kDirNextStat));
   EXPECT_STREQ("mutex_destroy", qztest::npOpName(NpOp::kMutexDestroy));
-  EXPECT_EQ(22, qztest::kNpOpCount);
+  EXPECT_STREQ("fio_link", qztest::npOpName(NpOp::kFioLink));
+  EXPECT_EQ(23, qztest::kNpOpCount);
   EXPECT_EQ(sizeof(NpPlatformOps) / sizeof(void*), static_cast<std::size_t>(qztest::kNpOpCount));
 }
 
