@@ -9,6 +9,7 @@
 #include <new>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "qzbase/datavar.h"
