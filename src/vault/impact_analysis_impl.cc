@@ -52,6 +52,10 @@ QzviImpactStore::~QzviImpactStore() { close(); }
 
 QzviImpactStore::Status QzviImpactStore::open(const char* readOnlyText, QzbString* message) {
   close();
+  if (vault_ == nullptr) {
+    if (message != nullptr) message->assign("The analysis object has no vault");
+    return kOpenFailed;
+  }
   // The open may leave a note in its error text and still succeed (a store
   // that had to be kept in memory); only a failure's text is passed on.
   QzbString openError;
@@ -70,7 +74,7 @@ QzviImpactStore::Status QzviImpactStore::open(const char* readOnlyText, QzbStrin
 }
 
 void QzviImpactStore::close() {
-  if (connection_ != nullptr) qzviCloseDB(connection_, vault_->dbCache());
+  if (connection_ != nullptr && vault_ != nullptr) qzviCloseDB(connection_, vault_->dbCache());
   connection_ = nullptr;
 }
 

@@ -190,7 +190,8 @@ QzResource* QzvImpactAnalysisImpl::getResourceForObject(QzvObject* object) {
     return nullptr;
   }
 
-  QzvMetaDataPlugin* plugin = qzviFindMetaDataHandlerForFile(path, vault_->plugins());
+  QzvMetaDataPlugin* plugin =
+      vault_ != nullptr ? qzviFindMetaDataHandlerForFile(path, vault_->plugins()) : nullptr;
   QzbString fixed;
   const QzbString& normalised = fixFilesystemStringSlashes(path, &fixed) ? fixed : path;
 

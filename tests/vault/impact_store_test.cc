@@ -87,6 +87,18 @@ TEST_F(ImpactTest, NewObjectHasAnEmptyMessageAndNoResolver) {
   EXPECT_EQ(analysis_->vault(), vault_);
 }
 
+TEST(ImpactWithoutVault, EveryOperationFailsCleanly) {
+  QzvImpactAnalysisImpl* orphan = new QzvImpactAnalysisImpl(nullptr);
+  EXPECT_EQ(orphan->getResource(QzbString("File"), QzbString("/a")), nullptr);
+  EXPECT_EQ(str(orphan->getErrorMessage()), "The analysis object has no vault");
+  EXPECT_EQ(orphan->createResource(QzbString("a"), QzbString("File"), QzbString("/a")), nullptr);
+  EXPECT_FALSE(orphan->removeResources());
+  qztest::ResourceListPtr all(orphan->getAllUniqueUsedResources());
+  ASSERT_NE(all, nullptr);
+  EXPECT_FALSE(all->next());
+  orphan->release();
+}
+
 TEST_F(ImpactTest, NullResolverKeepsTheRegisteredOne) {
   FakeResolver first;
   analysis_->registerResourceResolver(&first);
