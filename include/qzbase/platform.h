@@ -144,6 +144,9 @@ struct NpPlatformOps {
   int (*mutex_lock)(void* mutex, int wait);
   int (*mutex_unlock)(void* mutex);
   void (*mutex_destroy)(void* mutex);
+  // Appended after the first set of entries, so that tables written against
+  // them keep their order.
+  int (*fio_link)(const char* existingPath, const char* newPath);
 };
 
 // The POSIX table.
@@ -166,6 +169,14 @@ QZBASE_EXPORT int np_fio_stat(const char* path, NpStat* st);
 QZBASE_EXPORT int np_fio_rename(const char* oldPath, const char* newPath);
 // 0 on success; 3 when there was no such file; 14 for a directory.
 QZBASE_EXPORT int np_fio_unlink(const char* path);
+// Gives the existing file `existingPath` the further name `newPath` (a hard
+// link; both names then stand for one file). Fails, leaving `newPath` as it
+// was, when `newPath` exists: this is how a fully built file is published
+// under a name that competing processes may also be publishing. 0 on success;
+// 5 when `newPath` exists; 3 when `existingPath` does not; 4 or 1 when links
+// are refused (as where the file system has no hard links); 12 across file
+// systems; the other codes.
+QZBASE_EXPORT int np_fio_link(const char* existingPath, const char* newPath);
 // Opens a file by the NP_FIO_* flags. With NP_FIO_PROBE the handle pointer may
 // be null and no handle is kept; a probe never creates or truncates anything,
 // and a write probe of a directory tells whether entries can be created in it.

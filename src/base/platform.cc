@@ -35,6 +35,10 @@ int np_fio_rename(const char* oldPath, const char* newPath) {
   return ops()->fio_rename(oldPath, newPath);
 }
 
+int np_fio_link(const char* existingPath, const char* newPath) {
+  return ops()->fio_link(existingPath, newPath);
+}
+
 int np_fio_unlink(const char* path) { return ops()->fio_unlink(path); }
 
 int np_fio_open(const char* path, int flags, NpFile** handle) {

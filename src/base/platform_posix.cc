@@ -45,6 +45,7 @@ namespace {
 enum class NpCall {
   kStat,
   kRename,
+  kLink,
   kUnlink,
   kOpen,
   kClose,
@@ -128,6 +129,12 @@ int posixStat(const char* path, NpStat* out) {
 int posixRename(const char* oldPath, const char* newPath) {
   if (oldPath == nullptr || newPath == nullptr) return NP_ERR_INVALID_PATH;
   if (rename(oldPath, newPath) != 0) return lastError(NpCall::kRename);
+  return NP_OK;
+}
+
+int posixLink(const char* existingPath, const char* newPath) {
+  if (existingPath == nullptr || newPath == nullptr) return NP_ERR_INVALID_PATH;
+  if (link(existingPath, newPath) != 0) return lastError(NpCall::kLink);
   return NP_OK;
 }
 
@@ -467,7 +474,7 @@ const NpPlatformOps kPosixOps = {
     posixChperm,     posixDirOpen,     posixDirNext,     posixDirNextStat, posixDirClose,
     posixDirCreate,  posixDirUnlink,   posixDsoLoad,     posixDsoGetsym,   posixDsoUnload,
     posixUser,       posixSleep,       posixTimeNow,     posixMutexCreate, posixMutexLock,
-    posixMutexUnlock, posixMutexDestroy,
+    posixMutexUnlock, posixMutexDestroy, posixLink,
 };
 
 }  // namespace

@@ -61,6 +61,9 @@ class QzvItemListCursorImpl final : public QzvItemList {
   ~QzvItemListCursorImpl() = default;
   SqliteCursor* cursor_;
   SqliteStatement* statement_;
+  // Set once the cursor has reported anything but a row: SQLite would start
+  // a finished query over if it were stepped again.
+  bool ended_;
 };
 
 #endif  // QZVAULT_SRC_ITEM_LIST_IMPL_H_

@@ -230,7 +230,8 @@ TEST(FaultPlatform, OpNamesFollowTheTable) {
   EXPECT_STREQ("fio_stat", qztest::npOpName(NpOp::kFioStat));
   EXPECT_STREQ("dir_next_stat", qztest::npOpName(NpOp::kDirNextStat));
   EXPECT_STREQ("mutex_destroy", qztest::npOpName(NpOp::kMutexDestroy));
-  EXPECT_EQ(22, qztest::kNpOpCount);
+  EXPECT_STREQ("fio_link", qztest::npOpName(NpOp::kFioLink));
+  EXPECT_EQ(23, qztest::kNpOpCount);
   EXPECT_EQ(sizeof(NpPlatformOps) / sizeof(void*), static_cast<std::size_t>(qztest::kNpOpCount));
 }
 

@@ -31,6 +31,12 @@ int fioRename(const char* oldPath, const char* newPath) {
   return real().fio_rename(oldPath, newPath);
 }
 
+int fioLink(const char* existingPath, const char* newPath) {
+  int code;
+  if (shouldFail(NpOp::kFioLink, &code)) return code;
+  return real().fio_link(existingPath, newPath);
+}
+
 int fioUnlink(const char* path) {
   int code;
   if (shouldFail(NpOp::kFioUnlink, &code)) return code;
@@ -173,7 +179,7 @@ const NpPlatformOps kFaultOps = {
     fioStat,   fioRename,  fioUnlink,   fioOpen,    fioClose,    fioChperm,
     dirOpen,   dirNext,    dirNextStat, dirClose,   dirCreate,   dirUnlink,
     dsoLoad,   dsoGetsym,  dsoUnload,   osinfUser,  procSleep,   timeNow,
-    mutexCreate, mutexLock, mutexUnlock, mutexDestroy,
+    mutexCreate, mutexLock, mutexUnlock, mutexDestroy, fioLink,
 };
 
 }  // namespace
@@ -183,7 +189,7 @@ const char* npOpName(NpOp op) {
       "fio_stat",   "fio_rename", "fio_unlink",    "fio_open",   "fio_close",   "fio_chperm",
       "dir_open",   "dir_next",   "dir_next_stat", "dir_close",  "dir_create",  "dir_unlink",
       "dso_load",   "dso_getsym", "dso_unload",    "osinf_user", "proc_sleep",  "time_now",
-      "mutex_create", "mutex_lock", "mutex_unlock", "mutex_destroy",
+      "mutex_create", "mutex_lock", "mutex_unlock", "mutex_destroy", "fio_link",
   };
   int index = static_cast<int>(op);
   return index >= 0 && index < kNpOpCount ? kNames[index] : "unknown";

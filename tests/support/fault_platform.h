@@ -64,8 +64,9 @@ enum class NpOp {
   kMutexLock,
   kMutexUnlock,
   kMutexDestroy,
+  kFioLink,
 };
-constexpr int kNpOpCount = static_cast<int>(NpOp::kMutexDestroy) + 1;
+constexpr int kNpOpCount = static_cast<int>(NpOp::kFioLink) + 1;
 
 // The kind's name as in the np_* layer ("fio_rename"), for test messages.
 const char* npOpName(NpOp op);
