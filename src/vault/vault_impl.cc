@@ -7,6 +7,7 @@
 
 #include "cache_refresh.h"
 #include "debug_log.h"
+#include "file_list.h"
 #include "folder_impl.h"
 #include "impact_analysis_impl.h"
 #include "metadata_db.h"
@@ -47,19 +48,6 @@ bool isStockFolderId(int id) {
   return static_cast<unsigned>(id) < QZVI_STOCK_FOLDER_COUNT;
 }
 
-// The path without one trailing "/" or "\" (a drive root such as "C:\" is
-// kept). The same rule as qzviStringTrailingSlash of the file-name helpers;
-// kept here until those are part of the library.
-QzbString withoutTrailingSeparator(const QzbString& path) {
-  const unsigned length = path.length();
-  if (length == 0) return path;
-  const char* text = path.asCstr();
-  const char last = text[length - 1];
-  if (last != '/' && last != '\\') return path;
-  if (length >= 2 && text[length - 2] == ':') return path;
-  return path.left(length - 1);
-}
-
 // Holds the folder-time lock for a scope; a vault without a lock (its
 // creation failed) works unguarded.
 class FolderTimeGuard {
@@ -84,7 +72,7 @@ QzvVaultImpl::QzvVaultImpl(const QzbString& rootPath, QzviPluginRegistry* plugin
                            const QzbString& pluginPath)
     : logger_(qzviVaultLogger()),
       folderTimeLock_(nullptr),
-      rootPath_(withoutTrailingSeparator(rootPath)),
+      rootPath_(qzviStringTrailingSlash(rootPath)),
       pluginPath_(pluginPath),
       plugins_(plugins) {
   folderTimeLock_ = qzLockCreate(0, 1);
