@@ -29,12 +29,31 @@ class QzvVault;
 // Brings the cache of `directory` up to date with its files. `vault` (may be
 // null) receives the content-changed announcements. False with the reason in
 // *error; the cache then keeps its previous content.
+//
+// Cost: one select of the cached names into a hash map, one listing, and, only
+// when something changed, one transaction whose statements are prepared once
+// and reused for every file (QzviCacheWriter). Events are sent after the
+// commit: a removed file as change type 1, a new one as 0, a modified one as 1
+// then 0; the vault's UUID is asked once, and only when somebody listens.
+//
+// A file that vanishes between the listing and the moment it is read counts
+// as removed: a modified file keeps its old rows deleted and is announced as
+// removed only, a new one is not cached nor announced, and the rest of the
+// folder is refreshed as usual (the refresh succeeds). Any other failure to
+// read a file ("Cache failed to open file": it exists but cannot be examined)
+// fails the whole refresh and rolls it back.
 bool qzviRefreshCachedAttributes(const QzbString& directory, const QzviPluginRegistry* registry,
                                  QzbString* error, MemDBCache& cache, QzvVault* vault);
 // Brings one file's cache rows up to date (`force` re-reads an unchanged file).
+// Rows of a file that no longer exists are removed; a file that cannot be
+// examined fails with "Cache failed to open file". Sends no events. A path
+// without a directory part names a file of the working directory.
 bool qzviRefreshCachedFileAttributes(const QzbString& path, const QzviPluginRegistry* registry,
                                      QzbString* error, MemDBCache& cache, bool force);
-// Reads one file into the open cache database (inside the caller's transaction).
+// Reads one file into the open cache database (inside the caller's
+// transaction); a one-file QzviCacheWriter (cache_writer.h). False with
+// "Cache failed to open file" (also when the file is gone) or the database's
+// message in *error.
 bool addToCache(const QzbString& directory, const QzbString& name,
                 const QzviPluginRegistry* registry, int64_t timestamp,
                 SqliteConnection* connection, QzbString* error);

@@ -59,12 +59,20 @@ class QzviFileList {
   bool isVaultItem_;
 };
 
-// The twelve two-part extensions (".job.def" and the like), lower case.
+// The twelve two-part extensions ("job.def" and the like: lower case, without
+// the leading dot); the entries point into the base layer's file-type table
+// (qzbase/file_types.h), which is their one source.
 extern const char* const kQzviTwoPartExtensions[12];
 
 // A valid file name for `name` (with ".extension" added unless present) that
 // is free in `directory`: the name itself, else "1name", "2name", ... Null when
 // the name cannot be made or a stat fails oddly.
+// The result is always one component within NP_NAME_MAX bytes that does not
+// begin with ".": the display name goes through np_fio_fncode, an extension
+// holding a separator or a control character gives null, and when prefix,
+// name and extension would not fit, the name part (never the extension) is
+// shortened at a UTF-8 character boundary. The extension test ignores ASCII
+// letter case ("Report.TXT" keeps its ".TXT").
 QzbString qzviGetNewValidFilename(const QzbString& name, const QzbString& extension,
                                   const QzbString& directory);
 // `name` without its extension, the extension (no dot) in *extension. With
@@ -75,7 +83,8 @@ QzbString qzviParseFileExt(const QzbString& name, QzbString* extension, bool sim
 int qzviExtractVersion(const QzbString& name);
 // Equal, ignoring letter case, after dropping one trailing separator of each.
 bool qzviPathIsEqual(const QzbString& a, const QzbString& b);
-// The path without one trailing "/" or "\" (a drive root such as "C:\" is kept).
+// The path without one trailing "/" or "\" (a drive root such as "C:\" and the
+// root "/" itself are kept).
 QzbString qzviStringTrailingSlash(const QzbString& path);
 // True when directory/name exists.
 bool qzviFileExists(const QzbString& directory, const QzbString& name);
