@@ -95,7 +95,9 @@ class RequestReader {
     if (entry.contains("path")) return readPath(entry, named, request, reason);
     if (entry.contains("fileName")) return readFileReference(entry, named, request, reason);
     if (entry.contains("identity")) return readIdentity(entry, named, request, reason);
-    if (named) return fail(": a data source is named by its table; \"name\" is not allowed", reason);
+    if (named) {
+      return fail(": a data source is named by its table; \"name\" is not allowed", reason);
+    }
     return readSource(entry.at("source"), request, reason);
   }
 
@@ -146,8 +148,7 @@ class RequestReader {
     return true;
   }
 
-  bool readIdentity(const Json& entry, bool named, ResourceRequest* request,
-                    std::string* reason) {
+  bool readIdentity(const Json& entry, bool named, ResourceRequest* request, std::string* reason) {
     const Json& identity = entry.at("identity");
     if (!identity.is_string() || identity.get_ref<const std::string&>().empty()) {
       return fail(": \"identity\" is not a text", reason);
@@ -258,8 +259,8 @@ bool appendDependencies(const Json& uses, const std::string& documentDirectory,
     }
     // A resource named twice (by two entries, or by a path and a relative
     // path to the same file) is one dependency.
-    const std::string key = fromQzb(resource->getResourceType()) + '\n' +
-                            fromQzb(resource->getResourceIdentity());
+    const std::string key =
+        fromQzb(resource->getResourceType()) + '\n' + fromQzb(resource->getResourceIdentity());
     if (!listed.insert(key).second) continue;
     if (!list->addRow()) {
       *reason = "the resource list cannot grow";

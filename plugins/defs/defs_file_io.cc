@@ -40,8 +40,9 @@ std::string randomSuffix() {
 bool createTemporaryBeside(const std::string& path, std::string* temporary, std::string* reason) {
   const std::string directory = directoryOf(path);
   std::string stem = leafOf(path).substr(0, kMaxTemporaryStem);
-  const std::string prefix = (directory.empty() ? std::string() : directory == "/" ? "/" : directory + "/") +
-                             "." + stem + "~";
+  std::string prefix = directory;
+  if (!prefix.empty() && prefix != "/") prefix += "/";
+  prefix += "." + stem + "~";
   for (int attempt = 0; attempt < kTemporaryNameAttempts; ++attempt) {
     const std::string candidate = prefix + randomSuffix();
     NpFile* handle = nullptr;

@@ -17,12 +17,12 @@ inline QzLogger* defsLogger() { return qzlogGetLogger(kLoggerName); }
 
 // Logs on the plug-in's logger: DEFS_LOG(level, format, ...), where the format
 // is qzbStringFormat's.
-#define DEFS_LOG(level, ...)                                                      \
-  do {                                                                            \
-    QzLogger* defsLogger_ = ::qzvmd_defs::defsLogger();                           \
-    if (defsLogger_ != nullptr && defsLogger_->isEnabled(level)) {                \
-      defsLogger_->logEvent((level), QZ_SOURCE_FILE, __LINE__, __VA_ARGS__);      \
-    }                                                                             \
+#define DEFS_LOG(level, ...)                                                 \
+  do {                                                                       \
+    QzLogger* defsLogger_ = ::qzvmd_defs::defsLogger();                      \
+    if (defsLogger_ != nullptr && defsLogger_->isEnabled(level)) {           \
+      defsLogger_->logEvent((level), QZ_SOURCE_FILE, __LINE__, __VA_ARGS__); \
+    }                                                                        \
   } while (false)
 
 #endif  // QZVMD_DEFS_LOG_H_

@@ -16,7 +16,6 @@ QzbString toQzb(const std::string& text) { return QzbString::fromBytes(text.data
 
 std::string fromQzb(const QzbString& text) { return std::string(text.asCstr(), text.length()); }
 
-
 bool hasControlCharacter(const std::string& text) {
   for (unsigned char c : text) {
     if (c < 0x20 || c == 0x7F) return true;
@@ -28,15 +27,15 @@ bool hasControlCharacter(const std::string& text) {
 
 // Nothing may leave an interface operation as an exception: each body runs
 // inside one of these, which logs what was caught and gives the fallback.
-#define DEFS_GUARDED(operation, fallback, ...)                                                  \
-  try {                                                                                         \
-    __VA_ARGS__                                                                                 \
-  } catch (const std::exception& error) {                                                       \
+#define DEFS_GUARDED(operation, fallback, ...)                                                \
+  try {                                                                                       \
+    __VA_ARGS__                                                                               \
+  } catch (const std::exception& error) {                                                     \
     DEFS_LOG(QZLOG_ERROR, "Unexpected failure in %s on \"%s\": %s", operation, path_.c_str(), \
-             error.what());                                                                  \
-  } catch (...) {                                                                               \
-    DEFS_LOG(QZLOG_ERROR, "Unexpected failure in %s on \"%s\"", operation, path_.c_str());     \
-  }                                                                                             \
+             error.what());                                                                   \
+  } catch (...) {                                                                             \
+    DEFS_LOG(QZLOG_ERROR, "Unexpected failure in %s on \"%s\"", operation, path_.c_str());    \
+  }                                                                                           \
   return fallback;
 
 DefsMetaDataFileImpl::DefsMetaDataFileImpl(std::string path, DefsDocument document)
@@ -88,7 +87,9 @@ void DefsMetaDataFileImpl::getAttributeDescription(int index, int* rows, int* co
                                                    QzbString* name, int* readOnly) {
   try {
     const DefsAttribute* attribute = attributeAt(index);
-    if (rows != nullptr) *rows = attribute == nullptr ? 0 : static_cast<int>(attribute->rows.size());
+    if (rows != nullptr) {
+      *rows = attribute == nullptr ? 0 : static_cast<int>(attribute->rows.size());
+    }
     if (columns != nullptr) *columns = attribute == nullptr ? 0 : attribute->columns;
     if (readOnly != nullptr) *readOnly = attribute != nullptr && attribute->readOnly ? 1 : 0;
     if (name != nullptr) *name = attribute == nullptr ? QzbString() : toQzb(attribute->name);
@@ -123,7 +124,9 @@ bool DefsMetaDataFileImpl::setValue(int index, int row, int column, const QzbStr
       cell = std::move(text);
     }
     auto& rows = attribute->rows;
-    if (rows.size() <= static_cast<std::size_t>(row)) rows.resize(static_cast<std::size_t>(row) + 1);
+    if (rows.size() <= static_cast<std::size_t>(row)) {
+      rows.resize(static_cast<std::size_t>(row) + 1);
+    }
     auto& cells = rows[static_cast<std::size_t>(row)];
     if (cells.size() <= static_cast<std::size_t>(column)) {
       cells.resize(static_cast<std::size_t>(column) + 1);
@@ -178,9 +181,7 @@ bool DefsMetaDataFileImpl::offerName(const QzbString& name) {
   })
 }
 
-bool DefsMetaDataFileImpl::save() {
-  DEFS_GUARDED("save", false, return write(true, "Save");)
-}
+bool DefsMetaDataFileImpl::save() { DEFS_GUARDED("save", false, return write(true, "Save");) }
 
 bool DefsMetaDataFileImpl::listDependencies(QzResourceList* dependencies,
                                             QzResourceFactory* factory) {

@@ -76,7 +76,9 @@ QzvMetaDataFile* DefsPluginImpl::openFile(const QzbString& path) {
     const std::string text(path.asCstr(), path.length());
     std::string reason;
     QzvMetaDataFile* file = DefsMetaDataFileImpl::open(text, &reason);
-    if (file == nullptr) DEFS_LOG(QZLOG_DEBUG, "Cannot open \"%s\": %s", text.c_str(), reason.c_str());
+    if (file == nullptr) {
+      DEFS_LOG(QZLOG_DEBUG, "Cannot open \"%s\": %s", text.c_str(), reason.c_str());
+    }
     return file;
   } catch (...) {
     return nullptr;
@@ -125,7 +127,7 @@ void DefsPluginFactoryImpl::release() { delete this; }
 }  // namespace qzvmd_defs
 
 // The one symbol the module exports.
-extern "C" __attribute__((visibility("default"))) QzvMetaDataPluginFactory*
-qzv_create_factory10(void) {
+extern "C" __attribute__((visibility("default")))
+QzvMetaDataPluginFactory* qzv_create_factory10(void) {
   return new (std::nothrow) qzvmd_defs::DefsPluginFactoryImpl();
 }

@@ -68,7 +68,10 @@ using FilePtr = std::unique_ptr<QzvMetaDataFile, FileRelease>;
 class FakeResource final : public QzResource {
  public:
   FakeResource(std::string name, std::string type, std::string identity, int* live)
-      : name_(std::move(name)), type_(std::move(type)), identity_(std::move(identity)), live_(live) {
+      : name_(std::move(name)),
+        type_(std::move(type)),
+        identity_(std::move(identity)),
+        live_(live) {
     if (live_ != nullptr) ++*live_;
   }
   ~FakeResource() override {
@@ -139,7 +142,8 @@ class FakeResourceList final : public QzResourceList {
   }
   bool contains(QzResource* resource) override {
     for (QzResource* row : rows_) {
-      if (row != nullptr && str(row->getResourceIdentity()) == str(resource->getResourceIdentity())) {
+      if (row != nullptr &&
+          str(row->getResourceIdentity()) == str(resource->getResourceIdentity())) {
         return true;
       }
     }
@@ -176,11 +180,11 @@ class FakeResourceList final : public QzResourceList {
 
 // One request the plug-in made of the factory.
 struct FactoryCall {
-  bool dataResource;   // getDataResource rather than getResource
-  std::string name;    // getResource's arguments
+  bool dataResource;  // getDataResource rather than getResource
+  std::string name;   // getResource's arguments
   std::string type;
   std::string identity;
-  std::string uri;     // getDataResource's URI in its text form
+  std::string uri;  // getDataResource's URI in its text form
 };
 
 class FakeFactory final : public QzResourceFactory {
@@ -218,8 +222,8 @@ class FakeFactory final : public QzResourceFactory {
   }
 
   std::vector<FactoryCall> calls;
-  int live = 0;         // resources handed out and not yet released
-  int failAtCall = 0;   // the n-th request (1-based) answers null
+  int live = 0;        // resources handed out and not yet released
+  int failAtCall = 0;  // the n-th request (1-based) answers null
   bool throwAtEveryCall = false;
   std::string errorMessage;
 
@@ -332,8 +336,8 @@ TEST_F(JsonPluginTest, ModuleExportsTheEntryFunctionOnly) {
   std::set<std::string> names;
   ASSERT_TRUE(definedDynamicSymbols(modulePath(), &names));
   EXPECT_EQ(names, std::set<std::string>{QZV_PLUGIN_ENTRY_NAME});
-  EXPECT_EQ(std::filesystem::path(modulePath()).filename().string().rfind(QZV_PLUGIN_FILE_PREFIX, 0),
-            0u);
+  EXPECT_EQ(
+      std::filesystem::path(modulePath()).filename().string().rfind(QZV_PLUGIN_FILE_PREFIX, 0), 0u);
 }
 
 TEST_F(JsonPluginTest, FactoryOffersOnePluginPerKindInTableOrder) {
@@ -377,7 +381,7 @@ TEST_F(JsonPluginTest, CanHandleByExtensionInAnyLetterCase) {
 TEST_F(JsonPluginTest, CanHandleRefusesOtherNames) {
   QzvMetaDataPlugin* job = plugin("Job");
   ASSERT_NE(job, nullptr);
-  EXPECT_FALSE(job->canHandle(qzb("/v/Jobs/job.def")));        // no base name before the kind
+  EXPECT_FALSE(job->canHandle(qzb("/v/Jobs/job.def")));  // no base name before the kind
   EXPECT_FALSE(job->canHandle(qzb("/v/Jobs/loadjob.def")));
   EXPECT_FALSE(job->canHandle(qzb("/v/Jobs/load.job.def.bak")));
   EXPECT_FALSE(job->canHandle(qzb("/v/Jobs/load.def")));
@@ -434,14 +438,20 @@ TEST_F(JsonPluginTest, OpenFileOfMissingFileGivesNullAndLogsWhy) {
 }
 
 TEST_F(JsonPluginTest, OpenFileOfInvalidJsonGivesNull) {
-  const std::vector<std::string> texts = {"", "   ", "{", "not json", R"({"name": })",
-                                          R"({"name": "a"} trailing)", R"({"name": "a",})",
+  const std::vector<std::string> texts = {"",
+                                          "   ",
+                                          "{",
+                                          "not json",
+                                          R"({"name": })",
+                                          R"({"name": "a"} trailing)",
+                                          R"({"name": "a",})",
                                           "{\"name\": \"\xC3\x28\"}"};  // malformed UTF-8
   for (std::size_t i = 0; i < texts.size(); ++i) {
     qztest::LogCapture log;
     const std::string name = "bad" + std::to_string(i) + ".job.def";
     EXPECT_EQ(openWritten(name, texts[i]), nullptr) << texts[i];
-    EXPECT_TRUE(log.containsFragment("Cannot open \"" + dir_.join(name) + "\": not a JSON document: "))
+    EXPECT_TRUE(
+        log.containsFragment("Cannot open \"" + dir_.join(name) + "\": not a JSON document: "))
         << log.dump();
   }
 }
@@ -482,7 +492,8 @@ TEST_F(JsonPluginTest, OpenFileOfMalformedDocumentGivesNullWithTheReason) {
     EXPECT_EQ(openWritten(name, cases[i].first), nullptr) << cases[i].first;
     EXPECT_TRUE(log.contains("Cannot open \"" + dir_.join(name) + "\": " + cases[i].second,
                              QZLOG_DEBUG, kLogger))
-        << cases[i].first << "\n" << log.dump();
+        << cases[i].first << "\n"
+        << log.dump();
   }
 }
 
@@ -504,7 +515,8 @@ TEST_F(JsonPluginTest, OpenFileOfDirectoryGivesNull) {
   qztest::makeDirs(dir_.join("folder.job.def"));
   qztest::LogCapture log;
   EXPECT_EQ(open(dir_.join("folder.job.def")), nullptr);
-  EXPECT_TRUE(log.contains("Cannot open \"" + dir_.join("folder.job.def") + "\": not a regular file"))
+  EXPECT_TRUE(
+      log.contains("Cannot open \"" + dir_.join("folder.job.def") + "\": not a regular file"))
       << log.dump();
 }
 
@@ -514,7 +526,8 @@ TEST_F(JsonPluginTest, OpenFileOfOversizedFileGivesNull) {
   std::filesystem::resize_file(path, 16u * 1024u * 1024u + 1u);  // sparse: nothing is written
   qztest::LogCapture log;
   EXPECT_EQ(open(path), nullptr);
-  EXPECT_TRUE(log.contains("Cannot open \"" + path + "\": larger than 16777216 bytes")) << log.dump();
+  EXPECT_TRUE(log.contains("Cannot open \"" + path + "\": larger than 16777216 bytes"))
+      << log.dump();
 }
 
 TEST_F(JsonPluginTest, OpenFileOfUnreadableFileGivesNull) {
@@ -641,7 +654,7 @@ TEST_F(JsonPluginTest, ValuesReadAsText) {
   EXPECT_TRUE(file->getValue(1, 0, -1).isNull());
   EXPECT_TRUE(file->getValue(-1, 0, 0).isNull());
   EXPECT_TRUE(file->getValue(5, 0, 0).isNull());
-  EXPECT_TRUE(file->getValue(4, 0, 0).isNull());    // an attribute without rows
+  EXPECT_TRUE(file->getValue(4, 0, 0).isNull());  // an attribute without rows
 }
 
 TEST_F(JsonPluginTest, EmptyTextIsNotNull) {
@@ -664,8 +677,8 @@ TEST_F(JsonPluginTest, SetValueRefusedForReadOnlyAttributeAndInvalidPositions) {
   EXPECT_FALSE(file->setValue(5, 0, 0, qzb("x")));
   EXPECT_FALSE(file->setValue(0, -1, 0, qzb("x")));
   EXPECT_FALSE(file->setValue(0, 0, -1, qzb("x")));
-  EXPECT_FALSE(file->setValue(0, 100000, 0, qzb("x")));  // rows stop at 100000
-  EXPECT_FALSE(file->setValue(0, 0, 256, qzb("x")));     // columns stop at 256
+  EXPECT_FALSE(file->setValue(0, 100000, 0, qzb("x")));    // rows stop at 100000
+  EXPECT_FALSE(file->setValue(0, 0, 256, qzb("x")));       // columns stop at 256
   EXPECT_FALSE(file->setValue(0, 0, 0, qzb("\xC3\x28")));  // not UTF-8
   EXPECT_FALSE(file->isModified());
   EXPECT_TRUE(file->setValue(0, 99999, 255, qzb("corner")));
@@ -1104,10 +1117,11 @@ TEST_F(JsonPluginTest, ListDependenciesRefusesMalformedEntriesBeforeMakingAnythi
     EXPECT_FALSE(file->listDependencies(&list, &factory)) << cases[i].first;
     EXPECT_TRUE(factory.calls.empty()) << cases[i].first;  // not even the valid first entry
     EXPECT_TRUE(list.listed().empty());
-    EXPECT_TRUE(log.contains("Cannot list the resources used by \"" + dir_.join(name) + "\": " +
-                                 cases[i].second,
-                             QZLOG_ERROR, kLogger))
-        << cases[i].first << "\n" << log.dump();
+    EXPECT_TRUE(log.contains(
+        "Cannot list the resources used by \"" + dir_.join(name) + "\": " + cases[i].second,
+        QZLOG_ERROR, kLogger))
+        << cases[i].first << "\n"
+        << log.dump();
   }
 }
 
@@ -1124,8 +1138,8 @@ TEST_F(JsonPluginTest, ListDependenciesRefusesIdentitiesOfTheWrongForm) {
     FakeResourceList list;
     EXPECT_FALSE(file->listDependencies(&list, &factory)) << entry;
     EXPECT_TRUE(factory.calls.empty());
-    EXPECT_TRUE(log.containsFragment("Cannot list the resources used by \"" + dir_.join("a.job.def") +
-                                     "\": uses[0]: "))
+    EXPECT_TRUE(log.containsFragment("Cannot list the resources used by \"" +
+                                     dir_.join("a.job.def") + "\": uses[0]: "))
         << log.dump();
   }
 }
