@@ -75,18 +75,25 @@ TEST_F(ImpactTest, UsedByListsWhatUsesAResource) {
               ::testing::ElementsAre("Jobs/Definitions/nightly-sales-load.job.def"));
 }
 
-TEST_F(ImpactTest, UsedByResolvesMacrosFromTheConfiguration) {
-  // Without a value for SALES_DSN only the recorded users are listed.
-  const ToolResult plain = run({"used-by", kOrdersTable, "--json"});
-  ASSERT_EQ(plain.status, 0) << plain.describe();
-  EXPECT_THAT(identities(plain.json()),
+TEST_F(ImpactTest, UsedByListsTheUsersOfATable) {
+  const ToolResult result = run({"used-by", kOrdersTable, "--json"});
+  ASSERT_EQ(result.status, 0) << result.describe();
+  EXPECT_THAT(identities(result.json()),
               ::testing::UnorderedElementsAre("Jobs/Definitions/nightly-sales-load.job.def",
                                               "Mappings/orders-to-sales.map.def"));
-  // With a value the resolved table joins them.
-  const ToolResult resolved = run({"--set", "SALES_DSN=sales", "used-by", kOrdersTable, "--json"});
+}
+
+TEST_F(ImpactTest, DepsResolvesMacrosFromTheConfiguration) {
+  // A table uses its database; without a value for SALES_DSN nothing else.
+  const ToolResult plain = run({"deps", kOrdersTable, "--json"});
+  ASSERT_EQ(plain.status, 0) << plain.describe();
+  EXPECT_THAT(identities(plain.json()), ::testing::ElementsAre("db:postgresql/%%SALES_DSN%%"));
+  // With a value, the table the substituted identity names joins them.
+  const ToolResult resolved = run({"--set", "SALES_DSN=sales", "deps", kOrdersTable, "--json"});
   ASSERT_EQ(resolved.status, 0) << resolved.describe();
   EXPECT_THAT(identities(resolved.json()),
-              ::testing::Contains("db:postgresql/sales//public/orders"));
+              ::testing::ElementsAre("db:postgresql/%%SALES_DSN%%", "db:postgresql/sales//public/orders"));
+  EXPECT_THAT(resolved.out, ::testing::HasSubstr("\"macro\": false"));
 }
 
 TEST_F(ImpactTest, UnknownResourcesFail) {

@@ -30,7 +30,8 @@ const char* const kDemoSettings[] = {
     "SALES_DSN=sales",
 };
 
-// A table that jobs and the mapping reach through the %%SALES_DSN%% macro.
+// A table named through the %%SALES_DSN%% macro; what it uses includes the
+// table that the demo's value of the macro names.
 const char kMacroExample[] = "Table:db:postgresql/%%SALES_DSN%%//public/orders";
 
 void checkTarget(const std::string& directory) {
@@ -133,11 +134,13 @@ void runDemo(const GlobalOptions& global, const std::string& target) {
   std::cout << "\n$ qzvault lineage\n";
   printLineage(session, analysis.get(), false);
 
-  std::cout << "\n$ qzvault used-by '" << kMacroExample << "'\n";
-  Held<QzResource> table = findResource(session, analysis.get(), kMacroExample);
-  Held<QzResourceList> users(analysis->getDependentResources(table.get(), false));
-  if (users) printResources(session, resourceRows(users.get()), false);
+  std::cout << "\n$ qzvault used-by Data/orders.csv\n";
+  Held<QzResource> orders = findResource(session, analysis.get(), "Data/orders.csv");
+  printResources(session, resourcesUsing(analysis.get(), orders.get()), false);
 
+  std::cout << "\n$ qzvault deps '" << kMacroExample << "'\n";
+  Held<QzResource> table = findResource(session, analysis.get(), kMacroExample);
+  printResources(session, resourcesUsedBy(analysis.get(), table.get()), false);
   std::cout << "\nTry: qzvault --vault " << session.root() << " ls Jobs/Definitions\n";
   if (!failures.empty()) {
     fail(std::to_string(failures.size()) + " sample objects could not be analysed");

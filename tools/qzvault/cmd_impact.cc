@@ -56,18 +56,18 @@ void runAnalyze(const GlobalOptions& global, const AnalyzeOptions& options) {
 }
 
 // deps (what the resource uses) and used-by (what uses it), one step each.
-void runNeighbours(const GlobalOptions& global, const ResourceOptions& options, bool dependents) {
+//
+// Object analysis records the resources a file names as the "dependents" of
+// the object's resource (QzImpactAnalysis::addDependentResources), so the
+// store's getDependentResources answers what a resource uses, and
+// getUsedByResources what uses it. The first also resolves configuration
+// macros and records a table's database, as the store does for every caller.
+void runNeighbours(const GlobalOptions& global, const ResourceOptions& options, bool users) {
   VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   Held<QzResource> resource = findResource(session, analysis.get(), options.resource);
-  const QzbString before = analysis->getErrorMessage();
-  Held<QzResourceList> list(dependents ? analysis->getDependentResources(resource.get(), false)
-                                       : analysis->getUsedByResources(resource.get(), false));
-  if (!list) failWith(analysis->getErrorMessage(), "cannot read the impact-analysis store");
-  const std::vector<ResourceRow> rows = resourceRows(list.get());
-  if (rows.empty() && analysis->getErrorMessage() != before) {
-    failWith(analysis->getErrorMessage(), "cannot read the impact-analysis store");
-  }
+  const std::vector<ResourceRow> rows = users ? resourcesUsing(analysis.get(), resource.get())
+                                              : resourcesUsedBy(analysis.get(), resource.get());
   printResources(session, rows, options.json);
 }
 
@@ -153,18 +153,16 @@ void addImpactCommands(CLI::App& app, ToolContext& context) {
     context.action = [&context, analyze] { runAnalyze(context.global, *analyze); };
   });
 
-  for (const bool dependents : {false, true}) {
+  for (const bool users : {false, true}) {
     auto options = std::make_shared<ResourceOptions>();
     CLI::App* command = app.add_subcommand(
-        dependents ? "used-by" : "deps",
-        dependents ? "List the resources that use RESOURCE (one step; configuration macros "
-                     "are resolved and recorded)"
-                   : "List the resources that RESOURCE uses (one step)");
+        users ? "used-by" : "deps",
+        users ? "List the resources that use RESOURCE (one step)"
+              : "List the resources that RESOURCE uses (one step); an identity with "
+                "configuration macros also gives the resource its values name");
     addResourceArgument(command, options.get());
-    command->callback([&context, options, dependents] {
-      context.action = [&context, options, dependents] {
-        runNeighbours(context.global, *options, dependents);
-      };
+    command->callback([&context, options, users] {
+      context.action = [&context, options, users] { runNeighbours(context.global, *options, users); };
     });
   }
 

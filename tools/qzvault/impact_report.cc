@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <iostream>
+#include <map>
+#include <utility>
 
 #include "tool_error.h"
 
@@ -156,23 +158,57 @@ std::vector<AnalysisFailure> analyzeObjects(VaultSession& session,
   return failures;
 }
 
+namespace {
+
+// The rows of a query's answer; a query answers failure with an empty list
+// and a new message.
+std::vector<ResourceRow> queryRows(QzvImpactAnalysis* analysis, QzResourceList* answer,
+                                   const QzbString& messageBefore) {
+  Held<QzResourceList> list(answer);
+  if (!list) failWith(analysis->getErrorMessage(), "cannot read the impact-analysis store");
+  std::vector<ResourceRow> rows = resourceRows(list.get());
+  if (rows.empty() && analysis->getErrorMessage() != messageBefore) {
+    failWith(analysis->getErrorMessage(), "cannot read the impact-analysis store");
+  }
+  return rows;
+}
+
+}  // namespace
+
+std::vector<ResourceRow> resourcesUsedBy(QzvImpactAnalysis* analysis, QzResource* resource) {
+  const QzbString before = analysis->getErrorMessage();
+  return queryRows(analysis, analysis->getDependentResources(resource, false), before);
+}
+
+std::vector<ResourceRow> resourcesUsing(QzvImpactAnalysis* analysis, QzResource* resource) {
+  const QzbString before = analysis->getErrorMessage();
+  return queryRows(analysis, analysis->getUsedByResources(resource, false), before);
+}
+
 void printLineage(VaultSession& session, QzvImpactAnalysis* analysis, bool json) {
-  Json lineage = Json::array();
+  // Each resource R with its users U (getUsedByResources) gives "U uses R".
+  std::map<std::string, std::pair<ResourceRow, std::vector<ResourceRow>>> uses;
   for (const ResourceRow& row : allResources(analysis)) {
     Held<QzResource> resource(
         analysis->getResource(QzbString(row.type.c_str()), QzbString(row.identity.c_str())));
     if (!resource) continue;
-    Held<QzResourceList> usedList(analysis->getUsedByResources(resource.get(), false));
-    if (!usedList) continue;
-    const std::vector<ResourceRow> used = resourceRows(usedList.get());
-    if (used.empty()) continue;
+    for (const ResourceRow& user : resourcesUsing(analysis, resource.get())) {
+      auto& entry = uses[user.type + '\n' + user.identity];
+      entry.first = user;
+      entry.second.push_back(row);
+    }
+  }
+  Json lineage = Json::array();
+  for (auto& entry : uses) {
+    const ResourceRow& user = entry.second.first;
+    const std::vector<ResourceRow>& used = entry.second.second;
     if (json) {
-      Json uses = Json::array();
-      for (const ResourceRow& usedRow : used) uses.push_back(resourceJson(session, usedRow));
-      lineage.push_back(Json{{"resource", resourceJson(session, row)}, {"uses", uses}});
+      Json list = Json::array();
+      for (const ResourceRow& usedRow : used) list.push_back(resourceJson(session, usedRow));
+      lineage.push_back(Json{{"resource", resourceJson(session, user)}, {"uses", list}});
       continue;
     }
-    std::cout << resourceLine(session, row) << '\n';
+    std::cout << resourceLine(session, user) << '\n';
     for (const ResourceRow& usedRow : used) std::cout << "  uses " << resourceLine(session, usedRow) << '\n';
   }
   if (json) printJson(lineage);

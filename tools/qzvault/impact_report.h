@@ -45,6 +45,12 @@ void printResources(const VaultSession& session, const std::vector<ResourceRow>&
 Held<QzResource> findResource(VaultSession& session, QzvImpactAnalysis* analysis,
                               const std::string& argument);
 
+// What `resource` uses, one step (the store's dependents of it: see
+// cmd_impact.cc), with the resource its macros resolve to; and what uses it.
+// Both fail with the store's message.
+std::vector<ResourceRow> resourcesUsedBy(QzvImpactAnalysis* analysis, QzResource* resource);
+std::vector<ResourceRow> resourcesUsing(QzvImpactAnalysis* analysis, QzResource* resource);
+
 struct AnalysisFailure {
   std::string path;
   std::string message;
@@ -56,7 +62,9 @@ struct AnalysisFailure {
 std::vector<AnalysisFailure> analyzeObjects(VaultSession& session,
                                             const std::vector<ObjectEntry>& objects);
 
-// Every resource that uses others, each with what it uses (one step).
+// Every resource that uses others, each with what it uses (one step). Read
+// edge by edge, without the macro resolution of usedBy, so that it records
+// nothing.
 void printLineage(VaultSession& session, QzvImpactAnalysis* analysis, bool json);
 
 }  // namespace qzvtool
