@@ -65,9 +65,10 @@ struct RunOptions {
   bool asNobody = false;                                    // drop to user nobody first
 };
 
-// Runs the tool with `args`. QZ_CONFIG_FILE is removed from the child's
+// Runs `program` with `args`. QZ_CONFIG_FILE is removed from the child's
 // environment unless `options.env` sets it, so that no operator file leaks in.
-inline ToolResult runTool(const std::vector<std::string>& args, const RunOptions& options = {}) {
+inline ToolResult runProgram(const std::string& program, const std::vector<std::string>& args,
+                             const RunOptions& options = {}) {
   ToolResult result;
   int outPipe[2];
   int errPipe[2];
@@ -98,7 +99,7 @@ inline ToolResult runTool(const std::vector<std::string>& args, const RunOptions
       }
     }
     std::vector<char*> argv;
-    const std::string path = toolPath();
+    const std::string& path = program;
     argv.push_back(const_cast<char*>(path.c_str()));
     for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
     argv.push_back(nullptr);
@@ -134,6 +135,11 @@ inline ToolResult runTool(const std::vector<std::string>& args, const RunOptions
   }
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return result;
+}
+
+// Runs the tool with `args` (see runProgram).
+inline ToolResult runTool(const std::vector<std::string>& args, const RunOptions& options = {}) {
+  return runProgram(toolPath(), args, options);
 }
 
 // Runs the tool on the vault at `vault` (--vault given first).
