@@ -88,7 +88,7 @@ class QzvImpactAnalysisImpl final : public QzvImpactAnalysis {
   QzvVaultImpl* vault() const { return vault_; }
 
  private:
-  ~QzvImpactAnalysisImpl() override;
+  ~QzvImpactAnalysisImpl();  // the interfaces have no virtual destructor
 
   QzvVaultImpl* vault_;
   QzbString errorMessage_;
