@@ -87,6 +87,11 @@ class ObjectTest : public ::testing::Test {
     return openObject(vault_.get(), dir_.join(fileName));
   }
   std::string versionDir() const { return dir_.join(".v_ver"); }
+  // Writes version `number` of `fileName`, making ".v_ver" when needed.
+  void writeVersion(const std::string& fileName, int number, const std::string& content) {
+    makeDirs(versionDir());
+    writeFile(version(fileName, number), content);
+  }
   std::string version(const std::string& fileName, int number) const {
     return versionDir() + "/" + fileName + "." + std::to_string(number);
   }
