@@ -102,6 +102,15 @@ bool QzvObjectImpl::createVersion() {
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
+  // An existing version is never replaced: a count that came out low (a
+  // directory listing cut short by a read error) would otherwise overwrite an
+  // older version with the current file.
+  const int taken = np_fio_stat(target.asCstr(), nullptr);
+  if (taken != NP_ERR_NOT_FOUND) {
+    errorMessage_ = QzbString(np_fio_errdesc(taken == NP_OK ? NP_ERR_EXISTS : taken));
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return false;
+  }
   const int moved = np_fio_rename(fullPath_.asCstr(), target.asCstr());
   if (moved != NP_OK) {
     errorMessage_ = QzbString(np_fio_errdesc(moved));
