@@ -25,7 +25,11 @@ bool QzvObjectImpl::analyzeImpact(QzResourceResolver* resolver) {
   const QzbDate fileDate = qzviSeconds2QzbDate(status.mtime);
 
   QzvImpactAnalysisImpl* analysis = new (std::nothrow) QzvImpactAnalysisImpl(vault_);
-  if (analysis == nullptr) return false;
+  if (analysis == nullptr) {
+    errorMessage_ = QzbString("Memory allocation failed", true);
+    QZVI_LOG_TEXT(vault_->logger(), QZLOG_ERROR, errorMessage_.asCstr());
+    return false;
+  }
   analysis->registerResourceResolver(resolver);
   QzResource* resource = analysis->getResourceForObject(this);
   if (resource == nullptr) {

@@ -219,7 +219,11 @@ QzbString replVerPath(const QzbString& versionPath, const QzbString& newDirector
 
 void QzvObjectImpl::withdrawFromImpactAnalysis() {
   QzvImpactAnalysisImpl* analysis = new (std::nothrow) QzvImpactAnalysisImpl(vault_);
-  if (analysis == nullptr) return;
+  if (analysis == nullptr) {
+    errorMessage_ = QzbString("Memory allocation failed", true);
+    QZVI_LOG_TEXT(vault_->logger(), QZLOG_ERROR, errorMessage_.asCstr());
+    return;
+  }
   // An object that has no resource has nothing to withdraw. Otherwise the
   // first step that fails is reported, and the caller goes on regardless.
   QzResource* resource = analysis->getResourceForObject(this);

@@ -197,4 +197,24 @@ TEST_F(ObjectLocks, TheModifierIsTheProcessUserWhateverNameIsGiven) {
   EXPECT_EQ(qztest::query(db_, sql), (Rows{{Cell("0"), Cell(qztest::currentUser())}}));
 }
 
+TEST_F(ObjectLocks, TheModifierOfAVanishedFileIsNotStamped) {
+  auto object = open("plan.txt");
+  qztest::removeTree(dir_.join("plan.txt"));
+  LogCapture log;
+  EXPECT_FALSE(object->setModifiedByUser(S("anyone")));
+  const std::string message = "File " + dir_.join("plan.txt") + " is not accessible";
+  EXPECT_EQ(object->getErrorMessage().toStdString(), message);
+  EXPECT_TRUE(log.contains(message, 5)) << log.dump();
+}
+
+TEST_F(ObjectLocks, TheModifierCannotBeStampedWithoutAMetadataDatabase) {
+  auto object = open("plan.txt");
+  qztest::writeFile(db_, std::string(4096, 'x'));
+  LogCapture log;
+  EXPECT_FALSE(object->setModifiedByUser(S("anyone")));
+  const std::string message = "Error opening/creating fixed metadata file in " + dir_.path();
+  EXPECT_EQ(object->getErrorMessage().toStdString(), message);
+  EXPECT_TRUE(log.contains(message, 5)) << log.dump();
+}
+
 }  // namespace

@@ -12,7 +12,9 @@
 
 #include "folder_impl.h"
 #include "object_impl.h"
+#include "platform_override.h"
 #include "support/fault_platform.h"
+#include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "object_test_util.h"
 
@@ -305,6 +307,146 @@ TEST(ObjectFaults, RollbackRestoresAVersionOrLeavesEverythingAsItWas) {
         }
       });
   EXPECT_GT(injected, 0);
+}
+
+// ---------------------------------------------------------------------------
+// Single failures, with the exact messages they give.
+
+// Runs `body` with the k-th call of `op` failing with `code`.
+template <typename Body>
+bool withFault(NpOp op, int k, int code, Body body) {
+  FaultPlatform faults;
+  faults.failCall(op, k, code);
+  const bool result = body();
+  EXPECT_TRUE(faults.fired()) << qztest::npOpName(op) << " call " << k << " was never made";
+  return result;
+}
+
+TEST(ObjectFaultMessages, AFailedMoveOfTheFileGivesThePlatformsReason) {
+  Scene s;
+  qztest::LogCapture log;
+  EXPECT_FALSE(withFault(NpOp::kFioRename, 1, NP_ERR_CROSS_DEVICE,
+                         [&] { return s.object()->moveSelf(s.destination()); }));
+  const std::string message =
+      "Move file " + s.path("a.txt") + ": Invalid cross-device link";
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), message);
+  EXPECT_TRUE(log.contains(message, 5)) << log.dump();
+  EXPECT_EQ(readFile(s.path("a.txt")), "content");
+  EXPECT_EQ(s.attrs(s.db(), "a.txt"), originalAttrs());
+  EXPECT_TRUE(s.attrs(s.destDb(), "a.txt").empty());
+}
+
+// np_fio_unlink refusing one path.
+std::string g_undeletable;
+int unlinkExceptOne(const char* path) {
+  if (g_undeletable == path) return NP_ERR_ACCESS;
+  return npDefaultPlatformOps()->fio_unlink(path);
+}
+
+TEST(ObjectFaultMessages, AFileThatCannotBeUnlinkedIsNotDeleted) {
+  Scene s;
+  qztest::LogCapture log;
+  g_undeletable = s.path("a.txt");
+  NpPlatformOps ops = *npDefaultPlatformOps();
+  ops.fio_unlink = unlinkExceptOne;
+  bool deleted;
+  {
+    qztest::PlatformOverride override(ops);
+    deleted = s.object()->deleteSelf();
+  }
+  EXPECT_FALSE(deleted);
+  const std::string message = "File " + s.path("a.txt") + " could not be deleted";
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), message);
+  EXPECT_TRUE(log.contains(message, 5)) << log.dump();
+  EXPECT_EQ(readFile(s.path("a.txt")), "content");
+  // The metadata was removed before the file, and the versions after it.
+  EXPECT_TRUE(s.attrs(s.db(), "a.txt").empty());
+  EXPECT_TRUE(s.versions(".v_ver").empty());
+  EXPECT_EQ(s.object()->getFileName(false).toStdString(), s.path("a.txt"));
+}
+
+TEST(ObjectFaultMessages, ARenameBackFromTheVersionRestoresTheBackup) {
+  Scene s(3);
+  qztest::LogCapture log;
+  // Rename 1 makes the backup, rename 2 would restore the version.
+  EXPECT_FALSE(withFault(NpOp::kFioRename, 2, NP_ERR_IO,
+                         [&] { return s.object()->rollbackVersion(2); }));
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "Failed to rollback: Input/output error");
+  EXPECT_TRUE(log.contains("Failed to rollback: Input/output error", 5)) << log.dump();
+  EXPECT_EQ(readFile(s.path("a.txt")), "content");
+  EXPECT_FALSE(pathExists(s.path("a.txt.bak")));
+  EXPECT_EQ(s.versions(".v_ver").size(), 3u);
+}
+
+TEST(ObjectFaultMessages, AFailedBackupLeavesEverything) {
+  Scene s(3);
+  EXPECT_FALSE(withFault(NpOp::kFioRename, 1, NP_ERR_NO_SPACE,
+                         [&] { return s.object()->rollbackVersion(2); }));
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(),
+            "Failed to backup file: No space left on device");
+  EXPECT_EQ(readFile(s.path("a.txt")), "content");
+  EXPECT_EQ(s.versions(".v_ver").size(), 3u);
+}
+
+TEST(ObjectFaultMessages, TheVersionDirectoryThatCannotBeMadeGivesThePlatformsReason) {
+  Scene s(0);
+  qztest::LogCapture log;
+  EXPECT_FALSE(withFault(NpOp::kDirCreate, 1, NP_ERR_READ_ONLY_FS,
+                         [&] { return s.object()->createVersion(); }));
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "Read-only file system");
+  EXPECT_TRUE(log.contains("Read-only file system", 5)) << log.dump();
+  EXPECT_EQ(readFile(s.path("a.txt")), "content");
+  EXPECT_FALSE(pathExists(s.path(".v_ver")));
+}
+
+TEST(ObjectFaultMessages, AVersionDirectoryThatCannotBeExaminedGivesThePlatformsReason) {
+  Scene s;
+  // The first call is the version directory's stat.
+  EXPECT_FALSE(withFault(NpOp::kFioStat, 1, NP_ERR_ACCESS,
+                         [&] { return s.object()->createVersion(); }));
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "Permission denied");
+  EXPECT_TRUE(withFault(NpOp::kFioStat, 1, NP_ERR_IO,
+                        [&] { return s.object()->getHighestVersion() == -1; }));
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "Input/output error");
+  EXPECT_EQ(readFile(s.path("a.txt")), "content");
+}
+
+TEST(ObjectFaultMessages, AFailedMoveAsideGivesThePlatformsReason) {
+  Scene s;
+  EXPECT_FALSE(withFault(NpOp::kFioRename, 1, NP_ERR_NO_SPACE,
+                         [&] { return s.object()->createVersion(); }));
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "No space left on device");
+  EXPECT_EQ(readFile(s.path("a.txt")), "content");
+  EXPECT_EQ(s.versions(".v_ver"), kTwoVersions);
+}
+
+TEST(ObjectFaultMessages, AVersionCountCutShortNeverOverwritesAVersion) {
+  // The listing ends at its first entry, so the count comes out low and the
+  // next number is taken already.
+  Scene s;
+  EXPECT_FALSE(withFault(NpOp::kDirNextStat, 1, NP_ERR_IO,
+                         [&] { return s.object()->createVersion(); }));
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "File exists");
+  EXPECT_EQ(readFile(s.path("a.txt")), "content");
+  EXPECT_EQ(s.versions(".v_ver"), kTwoVersions);
+}
+
+TEST(ObjectFaultMessages, AVersionDirectoryThatCannotBeListedFailsTheCount) {
+  Scene s;
+  qztest::LogCapture log;
+  EXPECT_TRUE(withFault(NpOp::kDirOpen, 1, NP_ERR_IO,
+                        [&] { return s.object()->getHighestVersion() == -1; }));
+  const std::string message = "Unknown error reading directory " + s.path(".v_ver");
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), message);
+  EXPECT_TRUE(log.contains(message, 5)) << log.dump();
+}
+
+TEST(ObjectFaultMessages, AVersionFileThatCannotBeExaminedGivesThePlatformsReason) {
+  Scene s;
+  EXPECT_TRUE(withFault(NpOp::kFioStat, 1, NP_ERR_ACCESS, [&] {
+    return s.object()->getVersionFileName(1, nullptr).isNull();
+  }));
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "Permission denied");
 }
 
 }  // namespace

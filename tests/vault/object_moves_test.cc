@@ -345,6 +345,16 @@ TEST_F(ObjectMove, AMissingDestinationIsRefused) {
   EXPECT_EQ(readFile(dir_.join("budget.txt")), "numbers");
 }
 
+TEST_F(ObjectMove, ADeletedObjectHasNoPathToMoveTo) {
+  auto object = open("budget.txt");
+  ASSERT_TRUE(object->deleteSelf());
+  LogCapture log;
+  EXPECT_FALSE(object->moveSelf(folder(dir_.join("archive")).get()));
+  EXPECT_EQ(object->getErrorMessage().toStdString(), "Failed to build path for move");
+  EXPECT_TRUE(log.contains("Failed to build path for move", 5)) << log.dump();
+  EXPECT_TRUE(qztest::listDirectory(dir_.join("archive")) == Names{".v_fmd"});
+}
+
 TEST_F(ObjectMove, MovingOntoAnExistingNameFailsBeforeAnythingChanges) {
   addNameRow("budget.txt", "Budget");
   qztest::writeFile(moved(), "already there");
