@@ -43,6 +43,12 @@ class QzvVault {
   virtual QzbString getUUID() = 0;
   // Stores `uuid` as the vault's UUID (the library never makes one up).
   virtual bool resetUUID(const QzbString& uuid) = 0;
+  // The number of metadata plug-ins this vault uses (0 when none were loaded).
+  virtual int getPluginCount() = 0;
+  // Describes plug-in `index` (0 .. getPluginCount()-1): its file type name and
+  // its one-line description, each written when the pointer is not null. False
+  // (with getErrorMessage "Plugin index out of range") for any other index.
+  virtual bool getPluginInfo(int index, QzbString* typeName, QzbString* description) = 0;
 
  protected:
   virtual ~QzvVault() = default;

@@ -1,29 +1,9 @@
-// Temporary definitions of the object's lock and attribute operations, so
-// that the library links while they are being written. Each fails with "Not
-// implemented yet". Deleted when they land in object_stamps.cc.
+// Temporary definition of the object's getAttribute, so that the library
+// links while the attribute classes are being written. It fails with "Not
+// implemented yet". Deleted when the attribute classes land.
 #include "object_impl.h"
 
-namespace {
-const char kNotImplemented[] = "Not implemented yet";
-}  // namespace
-
-bool QzvObjectImpl::setLockedStatus(bool /*lock*/) {
-  setErrorMessage(QzbString(kNotImplemented, true));
-  return false;
-}
-
-bool QzvObjectImpl::getLockedStatus(bool* locked) {
-  if (locked != nullptr) *locked = false;
-  setErrorMessage(QzbString(kNotImplemented, true));
-  return false;
-}
-
-QzvItemList* QzvObjectImpl::getAttrList() {
-  setErrorMessage(QzbString(kNotImplemented, true));
-  return nullptr;
-}
-
 QzvAttribute* QzvObjectImpl::getAttribute(const QzbString& /*name*/) {
-  setErrorMessage(QzbString(kNotImplemented, true));
+  setErrorMessage(QzbString("Not implemented yet", true));
   return nullptr;
 }

@@ -36,6 +36,8 @@ class QzvVaultImpl final : public QzvVault {
   QzvImpactAnalysis* getImpactAnalysis() override;
   QzbString getUUID() override;
   bool resetUUID(const QzbString& uuid) override;
+  int getPluginCount() override;
+  bool getPluginInfo(int index, QzbString* typeName, QzbString* description) override;
 
   // The filter string of stock folder `id`, or a null string outside 0..15.
   static QzbString getStockFilterString(int id);

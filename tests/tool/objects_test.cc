@@ -1,0 +1,141 @@
+// version create|list|rollback, lock, unlock and status.
+#include <sys/stat.h>
+
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/temp_dir.h"
+#include "tool/tool_runner.h"
+
+namespace {
+
+using qztest::readFile;
+using qztest::TempDir;
+using qztool::expectOneLineError;
+using qztool::runOn;
+using qztool::ToolResult;
+
+class ObjectsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    vault_ = dir_.join("vault");
+    qztool::initVault(vault_);
+    ASSERT_EQ(runOn(vault_, {"mkdir", "Data"}).status, 0);
+    qztool::writeText(dir_.join("plan.txt"), "first\n");
+    ASSERT_EQ(runOn(vault_, {"add", dir_.join("plan.txt"), "Data"}).status, 0);
+    object_ = vault_ + "/Data/plan.txt";
+  }
+
+  TempDir dir_;
+  std::string vault_;
+  std::string object_;
+};
+
+TEST_F(ObjectsTest, VersionCreateKeepsTheContent) {
+  const ToolResult kept = runOn(vault_, {"version", "create", "Data/plan.txt"});
+  ASSERT_EQ(kept.status, 0) << kept.describe();
+  EXPECT_EQ(kept.out, "Kept version 1 of Data/plan.txt\n");
+  EXPECT_EQ(readFile(object_), "first\n");
+
+  qztool::writeText(dir_.join("second.txt"), "second\n");
+  const ToolResult json =
+      runOn(vault_, {"version", "create", "Data/plan.txt", "--from", dir_.join("second.txt"), "--json"});
+  ASSERT_EQ(json.status, 0) << json.describe();
+  EXPECT_EQ(json.json(), nlohmann::json({{"path", "Data/plan.txt"}, {"version", 2}}));
+  EXPECT_EQ(readFile(object_), "second\n");
+
+  const ToolResult list = runOn(vault_, {"version", "list", "Data/plan.txt", "--json"});
+  ASSERT_EQ(list.status, 0) << list.describe();
+  const nlohmann::json versions = list.json()["versions"];
+  ASSERT_EQ(versions.size(), 2u);
+  EXPECT_EQ(versions[0]["version"], 1);
+  EXPECT_EQ(versions[1]["version"], 2);
+  EXPECT_THAT(versions[0]["date"].get<std::string>(),
+              ::testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"));
+
+  const ToolResult text = runOn(vault_, {"version", "list", "Data/plan.txt"});
+  ASSERT_EQ(text.status, 0) << text.describe();
+  EXPECT_EQ(text.out.substr(0, 3), "1  ");
+}
+
+TEST_F(ObjectsTest, RollbackRestoresAVersionAndDropsNewerOnes) {
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
+  qztool::writeText(dir_.join("second.txt"), "second\n");
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt", "--from", dir_.join("second.txt")}).status, 0);
+  qztool::writeText(dir_.join("third.txt"), "third\n");
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt", "--from", dir_.join("third.txt")}).status, 0);
+  EXPECT_EQ(readFile(object_), "third\n");
+
+  const ToolResult rolled = runOn(vault_, {"version", "rollback", "Data/plan.txt", "2"});
+  ASSERT_EQ(rolled.status, 0) << rolled.describe();
+  EXPECT_TRUE(rolled.out.empty());
+  EXPECT_EQ(readFile(object_), "second\n");
+  EXPECT_EQ(runOn(vault_, {"version", "list", "Data/plan.txt", "--json"}).json()["versions"].size(), 1u);
+}
+
+TEST_F(ObjectsTest, RollbackFailures) {
+  expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "0"}), 1,
+                     "Invalid rollback version number");
+  expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "3"}), 1,
+                     "No valid file for rollback operation");
+  EXPECT_EQ(readFile(object_), "first\n");
+}
+
+TEST_F(ObjectsTest, VersionsOfAMissingObjectFail) {
+  expectOneLineError(runOn(vault_, {"version", "create", "Data/absent.txt"}), 1, "absent.txt");
+  expectOneLineError(runOn(vault_, {"version", "list", "Data/absent.txt"}), 1, "absent.txt");
+}
+
+TEST_F(ObjectsTest, LockStatusAndUnlock) {
+  const ToolResult free = runOn(vault_, {"status", "Data/plan.txt", "--json"});
+  ASSERT_EQ(free.status, 0) << free.describe();
+  EXPECT_FALSE(free.json()["locked"].get<bool>());
+  EXPECT_TRUE(free.json()["lockedBy"].is_null());
+  EXPECT_EQ(free.json()["name"], "plan");
+  EXPECT_EQ(free.json()["versions"], 0);
+  EXPECT_FALSE(free.json()["readOnly"].get<bool>());
+
+  const ToolResult locked = runOn(vault_, {"lock", "Data/plan.txt"});
+  ASSERT_EQ(locked.status, 0) << locked.describe();
+  EXPECT_TRUE(locked.out.empty());
+  const nlohmann::json status = runOn(vault_, {"status", "Data/plan.txt", "--json"}).json();
+  EXPECT_TRUE(status["locked"].get<bool>());
+  EXPECT_FALSE(status["lockedBy"].get<std::string>().empty());
+
+  // A second lock is refused by the metadata store.
+  const ToolResult again = runOn(vault_, {"lock", "Data/plan.txt"});
+  EXPECT_EQ(again.status, 1) << again.describe();
+  EXPECT_EQ(again.errLines().size(), 1u) << again.describe();
+
+  const ToolResult unlocked = runOn(vault_, {"unlock", "Data/plan.txt"});
+  ASSERT_EQ(unlocked.status, 0) << unlocked.describe();
+  const nlohmann::json after = runOn(vault_, {"status", "Data/plan.txt", "--json"}).json();
+  EXPECT_FALSE(after["locked"].get<bool>());
+  // Unlocking makes the file read-only.
+  EXPECT_TRUE(after["readOnly"].get<bool>());
+  struct stat st;
+  ASSERT_EQ(stat(object_.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0222, 0u);
+}
+
+TEST_F(ObjectsTest, StatusAsText) {
+  const ToolResult result = runOn(vault_, {"status", "Data/plan.txt"});
+  ASSERT_EQ(result.status, 0) << result.describe();
+  EXPECT_EQ(result.out,
+            "Object:     Data/plan.txt\n"
+            "Name:       plan\n"
+            "Type:       -\n"
+            "Read-only:  no\n"
+            "Locked:     no\n"
+            "Versions:   0\n");
+}
+
+TEST_F(ObjectsTest, LocksOfAMissingObjectFail) {
+  expectOneLineError(runOn(vault_, {"lock", "Data/absent.txt"}), 1, "absent.txt");
+  expectOneLineError(runOn(vault_, {"unlock", "Data/absent.txt"}), 1, "absent.txt");
+  expectOneLineError(runOn(vault_, {"status", "Data/absent.txt"}), 1, "absent.txt");
+}
+
+}  // namespace

@@ -1,0 +1,63 @@
+#include "cli.h"
+
+namespace qzvtool {
+namespace {
+
+// --set KEY=VALUE: a key before the first "=".
+std::string checkSetting(const std::string& setting) {
+  const std::size_t equals = setting.find('=');
+  if (equals == std::string::npos || equals == 0) {
+    return "'" + setting + "' is not KEY=VALUE";
+  }
+  return std::string();
+}
+
+}  // namespace
+
+void addJsonFlag(CLI::App* command, bool* json) {
+  command->add_flag("--json", *json, "Print the result as JSON");
+}
+
+void setUpCommandLine(CLI::App& app, ToolContext& context) {
+  app.description(
+      "Works on a vault: a directory tree whose folders and objects the vault library "
+      "keeps metadata, versions, locks and lineage for.\n"
+      "Paths are vault paths: relative to the vault's root (\".\" is the root) or "
+      "absolute inside it. Exit status: 0 success, 1 failure, 2 usage error.");
+  // Global options may also follow the command ("qzvault ls --vault DIR").
+  app.fallthrough();
+  // At most one command; main() reports a missing one, so that an unknown
+  // word is named as an unknown command rather than as a missing one.
+  app.require_subcommand(0, 1);
+  app.set_help_all_flag("--help-all", "Print the help of every command");
+
+  GlobalOptions& global = context.global;
+  app.add_option("--vault", global.vault,
+                 "The vault's root directory (default: the current directory)")
+      ->type_name("DIR");
+  app.add_option("--plugins", global.plugins,
+                 "Load metadata plug-ins from DIR (default: the configuration key "
+                 "BASE/PLUGIN_PATH, else the installed plug-in directory)")
+      ->type_name("DIR")
+      ->check(CLI::ExistingDirectory);
+  app.add_option("--log-level", global.logLevel,
+                 "Print the library's log events of level N (1 trace .. 6 fatal) and above "
+                 "on stderr")
+      ->type_name("N")
+      ->check(CLI::Range(1, 6));
+  app.add_option("--set", global.settings,
+                 "Set a configuration option for this run (repeatable), for example a "
+                 "macro value used by impact analysis")
+      ->type_name("KEY=VALUE")
+      ->check(checkSetting);
+
+  addVaultCommands(app, context);
+  addBrowseCommands(app, context);
+  addTreeChangeCommands(app, context);
+  addAttributeCommands(app, context);
+  addObjectCommands(app, context);
+  addImpactCommands(app, context);
+  addDemoCommand(app, context);
+}
+
+}  // namespace qzvtool

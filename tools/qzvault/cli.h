@@ -1,0 +1,48 @@
+// The command line: the options every command shares, the slot in which the
+// chosen command leaves its action, and the functions that add each group of
+// commands to the parser.
+//
+// Parsing only records what was asked; main() runs the action afterwards, so
+// that a usage error is always found before the library is touched.
+#ifndef QZVAULT_TOOL_CLI_H_
+#define QZVAULT_TOOL_CLI_H_
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+namespace qzvtool {
+
+struct GlobalOptions {
+  std::string vault;                  // --vault; empty: the current directory
+  std::string plugins;                // --plugins; empty: see plugin_dir.h
+  int logLevel = 0;                   // --log-level; 0: no log output
+  std::vector<std::string> settings;  // --set KEY=VALUE, in order
+};
+
+struct ToolContext {
+  GlobalOptions global;
+  // Set by the parser callback of the command that was chosen.
+  std::function<void()> action;
+};
+
+// Builds the whole parser: global options and every command.
+void setUpCommandLine(CLI::App& app, ToolContext& context);
+
+// The command groups (one source file each).
+void addVaultCommands(CLI::App& app, ToolContext& context);       // init, info
+void addBrowseCommands(CLI::App& app, ToolContext& context);      // ls, tree
+void addTreeChangeCommands(CLI::App& app, ToolContext& context);  // mkdir ... rm
+void addAttributeCommands(CLI::App& app, ToolContext& context);   // attr
+void addObjectCommands(CLI::App& app, ToolContext& context);      // version, lock ...
+void addImpactCommands(CLI::App& app, ToolContext& context);      // analyze ... clean
+void addDemoCommand(CLI::App& app, ToolContext& context);         // demo
+
+// Adds the --json flag to a command that prints data.
+void addJsonFlag(CLI::App* command, bool* json);
+
+}  // namespace qzvtool
+
+#endif  // QZVAULT_TOOL_CLI_H_

@@ -1,0 +1,160 @@
+// demo DIR: a sample vault made from the definition plug-in's sample files,
+// then listed, analysed and its lineage printed.
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <system_error>
+
+#include "cli.h"
+#include "demo_samples.h"
+#include "file_names.h"
+#include "impact_report.h"
+#include "listing.h"
+#include "output.h"
+#include "qzbase/file_types.h"
+#include "session.h"
+#include "tool_error.h"
+#include "tree_report.h"
+#include "vault_uuid.h"
+
+namespace fs = std::filesystem;
+
+namespace qzvtool {
+namespace {
+
+// Values for the configuration macros that the samples' dependencies hold.
+const char* const kDemoSettings[] = {
+    "FEED_DIR=/data/feeds",
+    "CRM_DB=crm.db",
+    "SALES_DSN=sales",
+};
+
+// A table that jobs and the mapping reach through the %%SALES_DSN%% macro.
+const char kMacroExample[] = "Table:db:postgresql/%%SALES_DSN%%//public/orders";
+
+void checkTarget(const std::string& directory) {
+  std::error_code error;
+  const fs::file_status status = fs::status(directory, error);
+  if (!fs::exists(status)) return;
+  if (!fs::is_directory(status)) failUsage("demo: " + directory + " is not a directory");
+  if (!fs::is_empty(directory, error) || error) {
+    failUsage("demo: " + directory + " is not empty (give a new or empty directory)");
+  }
+}
+
+// The folder at `path`, made (with the library) where it is missing.
+Held<QzvFolder> ensureFolder(VaultSession& session, const VaultPath& path) {
+  if (path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder) {
+    return session.openFolder(path);
+  }
+  Held<QzvFolder> parent = ensureFolder(session, path.parent());
+  Held<QzvFolder> folder = hold(parent->createFolder(QzbString(path.leaf().c_str())));
+  if (!folder) failWith(parent->getErrorMessage(), "cannot create folder " + path.shown());
+  if (session.shown(folder->getPath()) != path.relative) {
+    fail("the library made " + session.shown(folder->getPath()) + " for folder " + path.shown());
+  }
+  return folder;
+}
+
+// The display name of a sample: the name a definition carries, else the file
+// name without its extension.
+std::string sampleDisplayName(const DemoSample& sample, const std::string& base) {
+  if (qzbFindTwoPartExtension(sample.path) != nullptr) {
+    const Json document = Json::parse(sample.bytes, sample.bytes + sample.size, nullptr, false);
+    if (document.is_object() && document.contains("name") && document["name"].is_string()) {
+      return document["name"].get<std::string>();
+    }
+  }
+  return base;
+}
+
+void addSample(VaultSession& session, const DemoSample& sample) {
+  const VaultPath path = session.resolve(sample.path);
+  Held<QzvFolder> folder = ensureFolder(session, path.parent());
+  const std::string fileName = path.leaf();
+  const FileNameParts parts = splitFileName(fileName);
+  const std::string& base = parts.base;
+  const std::string& extension = parts.extension;
+
+  QzbString fullPath;
+  QzbString chosenName;
+  if (!folder->getFilenameForNewObject(QzbString(base.c_str()), QzbString(extension.c_str()),
+                                       &fullPath, &chosenName)) {
+    failWith(folder->getErrorMessage(), "cannot choose a file name for " + path.shown());
+  }
+  if (text(chosenName) != fileName) {
+    fail("the library chose the file name " + text(chosenName) + " for " + path.shown());
+  }
+  {
+    std::ofstream out(text(fullPath), std::ios::binary);
+    out.write(reinterpret_cast<const char*>(sample.bytes), static_cast<std::streamsize>(sample.size));
+    if (!out) fail("cannot write " + text(fullPath));
+  }
+  Held<QzvObject> object = hold(folder->createObjectFromFile(
+      chosenName, QzbString(sampleDisplayName(sample, base).c_str())));
+  if (!object) failWith(folder->getErrorMessage(), "cannot add " + path.shown());
+}
+
+void runDemo(const GlobalOptions& global, const std::string& target) {
+  if (demoSampleCount() == 0) fail("this qzvault was built without the sample files");
+  std::error_code error;
+  const std::string directory = fs::absolute(target, error).lexically_normal().string();
+  checkTarget(directory);
+  fs::create_directories(directory, error);
+  if (error) fail("cannot create " + directory + ": " + error.message());
+
+  // The samples' macros get values for this run; --set still wins.
+  GlobalOptions options = global;
+  options.settings.insert(options.settings.begin(), std::begin(kDemoSettings), std::end(kDemoSettings));
+  VaultSession session(options, directory, VaultSession::Mode::kAnyDirectory);
+
+  const std::string uuid = newVaultUuid();
+  if (!session.vault()->resetUUID(QzbString(uuid.c_str()))) {
+    failWith(session.vault()->getErrorMessage(), "cannot store the vault's UUID");
+  }
+  for (std::size_t i = 0; i < demoSampleCount(); ++i) addSample(session, demoSamples()[i]);
+
+  std::cout << "Made a sample vault in " << session.root() << " (UUID " << uuid << ")\n"
+            << "Its definitions use configuration macros; this run sets them:\n";
+  for (const char* setting : kDemoSettings) std::cout << "  " << setting << '\n';
+
+  std::cout << "\n$ qzvault tree\n";
+  printFolderTree(session, session.resolve("."));
+
+  std::cout << "\n$ qzvault analyze\n";
+  const std::vector<ObjectEntry> objects = collectObjects(session, session.resolve("."), true);
+  const std::vector<AnalysisFailure> failures = analyzeObjects(session, objects);
+  std::cout << "Analysed " << objects.size() - failures.size() << " objects\n";
+  for (const AnalysisFailure& failure : failures) printError(failure.path + ": " + failure.message);
+
+  Held<QzvImpactAnalysis> analysis(session.vault()->getImpactAnalysis());
+  if (!analysis) failWith(session.vault()->getErrorMessage(), "cannot open the impact-analysis store");
+  std::cout << "\n$ qzvault lineage\n";
+  printLineage(session, analysis.get(), false);
+
+  std::cout << "\n$ qzvault used-by '" << kMacroExample << "'\n";
+  Held<QzResource> table = findResource(session, analysis.get(), kMacroExample);
+  Held<QzResourceList> users(analysis->getDependentResources(table.get(), false));
+  if (users) printResources(session, resourceRows(users.get()), false);
+
+  std::cout << "\nTry: qzvault --vault " << session.root() << " ls Jobs/Definitions\n";
+  if (!failures.empty()) {
+    fail(std::to_string(failures.size()) + " sample objects could not be analysed");
+  }
+}
+
+}  // namespace
+
+void addDemoCommand(CLI::App& app, ToolContext& context) {
+  auto target = std::make_shared<std::string>();
+  CLI::App* command = app.add_subcommand(
+      "demo", "Make a sample vault in DIR (new or empty) from the shipped sample files, "
+              "list it, analyse it and print its lineage");
+  command->add_option("directory", *target, "Where to make the vault")->required()->type_name("DIR");
+  command->callback([&context, target] {
+    context.action = [&context, target] { runDemo(context.global, *target); };
+  });
+}
+
+}  // namespace qzvtool

@@ -1,0 +1,205 @@
+// Impact analysis: analyze, deps, used-by, resources, types, lineage, clean.
+#include <iostream>
+#include <map>
+#include <memory>
+
+#include "cli.h"
+#include "impact_report.h"
+#include "listing.h"
+#include "output.h"
+#include "session.h"
+#include "tool_error.h"
+
+namespace qzvtool {
+namespace {
+
+struct AnalyzeOptions {
+  std::string path;
+  bool recursive = false;
+  bool json = false;
+};
+
+struct ResourceOptions {
+  std::string resource;
+  std::string type;
+  bool json = false;
+};
+
+Held<QzvImpactAnalysis> openAnalysis(VaultSession& session) {
+  Held<QzvImpactAnalysis> analysis(session.vault()->getImpactAnalysis());
+  if (!analysis) failWith(session.vault()->getErrorMessage(), "cannot open the impact-analysis store");
+  return analysis;
+}
+
+void runAnalyze(const GlobalOptions& global, const AnalyzeOptions& options) {
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  // Without a path the whole vault is analysed, folder by folder.
+  const VaultPath path = session.resolve(options.path);
+  const bool recursive = options.recursive || options.path.empty();
+  const std::vector<ObjectEntry> objects = collectObjects(session, path, recursive);
+  const std::vector<AnalysisFailure> failures = analyzeObjects(session, objects);
+  const std::size_t analysed = objects.size() - failures.size();
+
+  if (options.json) {
+    Json failed = Json::array();
+    for (const AnalysisFailure& failure : failures) {
+      failed.push_back(Json{{"path", failure.path}, {"error", oneLine(failure.message)}});
+    }
+    printJson(Json{{"analyzed", analysed}, {"failed", failed}});
+  } else {
+    std::cout << "Analysed " << analysed << (analysed == 1 ? " object" : " objects") << '\n';
+  }
+  if (failures.empty()) return;
+  for (const AnalysisFailure& failure : failures) printError(failure.path + ": " + failure.message);
+  fail(std::to_string(failures.size()) + " of " + std::to_string(objects.size()) +
+       (objects.size() == 1 ? " object" : " objects") + " could not be analysed");
+}
+
+// deps (what the resource uses) and used-by (what uses it), one step each.
+void runNeighbours(const GlobalOptions& global, const ResourceOptions& options, bool dependents) {
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  Held<QzvImpactAnalysis> analysis = openAnalysis(session);
+  Held<QzResource> resource = findResource(session, analysis.get(), options.resource);
+  const QzbString before = analysis->getErrorMessage();
+  Held<QzResourceList> list(dependents ? analysis->getDependentResources(resource.get(), false)
+                                       : analysis->getUsedByResources(resource.get(), false));
+  if (!list) failWith(analysis->getErrorMessage(), "cannot read the impact-analysis store");
+  const std::vector<ResourceRow> rows = resourceRows(list.get());
+  if (rows.empty() && analysis->getErrorMessage() != before) {
+    failWith(analysis->getErrorMessage(), "cannot read the impact-analysis store");
+  }
+  printResources(session, rows, options.json);
+}
+
+void runResources(const GlobalOptions& global, const ResourceOptions& options) {
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  Held<QzvImpactAnalysis> analysis = openAnalysis(session);
+  if (options.type.empty()) {
+    printResources(session, allResources(analysis.get()), options.json);
+    return;
+  }
+  const QzbString before = analysis->getErrorMessage();
+  Held<QzResourceList> list(analysis->getResourcesByType(QzbString(options.type.c_str())));
+  if (!list) failWith(analysis->getErrorMessage(), "cannot read the impact-analysis store");
+  const std::vector<ResourceRow> rows = resourceRows(list.get());
+  if (rows.empty() && analysis->getErrorMessage() != before) {
+    failWith(analysis->getErrorMessage(), "cannot read the impact-analysis store");
+  }
+  printResources(session, rows, options.json);
+}
+
+void runTypes(const GlobalOptions& global, bool json) {
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  Held<QzvImpactAnalysis> analysis = openAnalysis(session);
+  // The store's own list of types tells how many there are but not their
+  // names, so they are counted from the resources.
+  std::map<std::string, int> counts;
+  for (const ResourceRow& row : allResources(analysis.get())) ++counts[row.type];
+  if (json) {
+    Json types = Json::array();
+    for (const auto& entry : counts) types.push_back(Json{{"type", entry.first}, {"resources", entry.second}});
+    printJson(types);
+    return;
+  }
+  TextTable table;
+  for (const auto& entry : counts) table.addRow({entry.first, std::to_string(entry.second)});
+  table.print(std::cout);
+}
+
+void runLineage(const GlobalOptions& global, bool json) {
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  Held<QzvImpactAnalysis> analysis = openAnalysis(session);
+  printLineage(session, analysis.get(), json);
+}
+
+void runClean(const GlobalOptions& global, bool json) {
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  Held<QzvImpactAnalysis> analysis = openAnalysis(session);
+  const std::size_t before = allResources(analysis.get()).size();
+  if (!analysis->removeUnusedResources()) {
+    failWith(analysis->getErrorMessage(), "cannot clean the impact-analysis store");
+  }
+  const std::size_t after = allResources(analysis.get()).size();
+  const std::size_t removed = before - after;
+  if (json) {
+    printJson(Json{{"removed", removed}, {"remaining", after}});
+  } else {
+    std::cout << "Removed " << removed << (removed == 1 ? " unused resource" : " unused resources")
+              << "; " << after << " remain\n";
+  }
+}
+
+void addResourceArgument(CLI::App* command, ResourceOptions* options) {
+  command->add_option("resource", options->resource,
+                      "An object (vault path) or TYPE:IDENTITY, for example "
+                      "Table:db:postgresql/sales//public/orders")
+      ->required()
+      ->type_name("RESOURCE");
+  addJsonFlag(command, &options->json);
+}
+
+}  // namespace
+
+void addImpactCommands(CLI::App& app, ToolContext& context) {
+  auto analyze = std::make_shared<AnalyzeOptions>();
+  CLI::App* analyzeCommand = app.add_subcommand(
+      "analyze", "Record what objects use in the impact-analysis store: one object, the objects "
+                 "of a folder (--recursive: and below), or the whole vault");
+  analyzeCommand->add_option("path", analyze->path, "The object or folder (default: the whole vault)")
+      ->type_name("PATH");
+  analyzeCommand->add_flag("--recursive,-r", analyze->recursive, "Include the folders below");
+  addJsonFlag(analyzeCommand, &analyze->json);
+  analyzeCommand->callback([&context, analyze] {
+    context.action = [&context, analyze] { runAnalyze(context.global, *analyze); };
+  });
+
+  for (const bool dependents : {false, true}) {
+    auto options = std::make_shared<ResourceOptions>();
+    CLI::App* command = app.add_subcommand(
+        dependents ? "used-by" : "deps",
+        dependents ? "List the resources that use RESOURCE (one step; configuration macros "
+                     "are resolved and recorded)"
+                   : "List the resources that RESOURCE uses (one step)");
+    addResourceArgument(command, options.get());
+    command->callback([&context, options, dependents] {
+      context.action = [&context, options, dependents] {
+        runNeighbours(context.global, *options, dependents);
+      };
+    });
+  }
+
+  auto resources = std::make_shared<ResourceOptions>();
+  CLI::App* resourcesCommand =
+      app.add_subcommand("resources", "List the resources of the impact-analysis store");
+  resourcesCommand->add_option("--type", resources->type, "Only resources of this type")->type_name("T");
+  addJsonFlag(resourcesCommand, &resources->json);
+  resourcesCommand->callback([&context, resources] {
+    context.action = [&context, resources] { runResources(context.global, *resources); };
+  });
+
+  auto typesJson = std::make_shared<bool>(false);
+  CLI::App* typesCommand =
+      app.add_subcommand("types", "List the resource types of the store, with how many resources each has");
+  addJsonFlag(typesCommand, typesJson.get());
+  typesCommand->callback([&context, typesJson] {
+    context.action = [&context, typesJson] { runTypes(context.global, *typesJson); };
+  });
+
+  auto lineageJson = std::make_shared<bool>(false);
+  CLI::App* lineageCommand =
+      app.add_subcommand("lineage", "List every resource that uses others, with what it uses");
+  addJsonFlag(lineageCommand, lineageJson.get());
+  lineageCommand->callback([&context, lineageJson] {
+    context.action = [&context, lineageJson] { runLineage(context.global, *lineageJson); };
+  });
+
+  auto cleanJson = std::make_shared<bool>(false);
+  CLI::App* cleanCommand = app.add_subcommand(
+      "clean", "Remove the resources that take part in no dependency from the store");
+  addJsonFlag(cleanCommand, cleanJson.get());
+  cleanCommand->callback([&context, cleanJson] {
+    context.action = [&context, cleanJson] { runClean(context.global, *cleanJson); };
+  });
+}
+
+}  // namespace qzvtool

@@ -1,0 +1,201 @@
+// Versions, locks and status of objects: version create|list|rollback, lock,
+// unlock and status.
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <system_error>
+
+#include "cli.h"
+#include "listing.h"
+#include "output.h"
+#include "session.h"
+#include "tool_error.h"
+
+namespace fs = std::filesystem;
+
+namespace qzvtool {
+namespace {
+
+struct VersionOptions {
+  std::string path;
+  std::string from;
+  int version = 0;
+  bool json = false;
+};
+
+struct PathOptions {
+  std::string path;
+  bool json = false;
+};
+
+int highestVersion(QzvObject* object, const VaultPath& path) {
+  const int highest = object->getHighestVersion();
+  if (highest < 0) failWith(object->getErrorMessage(), "cannot read the versions of " + path.shown());
+  return highest;
+}
+
+void runVersionCreate(const GlobalOptions& global, const VersionOptions& options) {
+  std::error_code error;
+  if (!options.from.empty() && !fs::is_regular_file(options.from, error)) {
+    failUsage("version create: --from " + options.from + " is not a file");
+  }
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  const VaultPath path = session.resolve(options.path);
+  Held<QzvObject> object = session.openObject(path);
+  if (!object->createVersion()) failWith(object->getErrorMessage(), "cannot version " + path.shown());
+  // The library moved the file aside; the object needs content again: the new
+  // content, or a copy of what was just kept.
+  const int version = highestVersion(object.get(), path);
+  const QzbString kept = object->getVersionFileName(version, nullptr);
+  const std::string source = options.from.empty() ? text(kept) : options.from;
+  fs::copy_file(source, path.absolute, error);
+  if (error) {
+    // Put the kept file back rather than leave the object without one.
+    fs::rename(text(kept), path.absolute, error);
+    fail("cannot write the new content of " + path.shown() + ": " + error.message());
+  }
+  if (options.json) {
+    printJson(Json{{"path", path.shown()}, {"version", version}});
+  } else {
+    std::cout << "Kept version " << version << " of " << path.shown() << '\n';
+  }
+}
+
+void runVersionList(const GlobalOptions& global, const VersionOptions& options) {
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  const VaultPath path = session.resolve(options.path);
+  Held<QzvObject> object = session.openObject(path);
+  const int highest = highestVersion(object.get(), path);
+  Json versions = Json::array();
+  TextTable table;
+  for (int version = 1; version <= highest; ++version) {
+    QzbDate date;
+    // Numbers without a file (gaps) are skipped.
+    if (object->getVersionFileName(version, &date).isNull()) continue;
+    versions.push_back(Json{{"version", version}, {"date", jsonText(date.asString())}});
+    table.addRow({std::to_string(version), text(date.asString())});
+  }
+  if (options.json) {
+    printJson(Json{{"path", path.shown()}, {"versions", versions}});
+  } else {
+    table.print(std::cout);
+  }
+}
+
+void runVersionRollback(const GlobalOptions& global, const VersionOptions& options) {
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  const VaultPath path = session.resolve(options.path);
+  Held<QzvObject> object = session.openObject(path);
+  if (!object->rollbackVersion(options.version)) {
+    failWith(object->getErrorMessage(), "cannot roll " + path.shown() + " back");
+  }
+}
+
+void runLock(const GlobalOptions& global, const std::string& argument, bool lock) {
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  const VaultPath path = session.resolve(argument);
+  Held<QzvObject> object = session.openObject(path);
+  if (!object->setLockedStatus(lock)) {
+    failWith(object->getErrorMessage(), std::string("cannot ") + (lock ? "lock " : "unlock ") + path.shown());
+  }
+}
+
+void runStatus(const GlobalOptions& global, const PathOptions& options) {
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  const VaultPath path = session.resolve(options.path);
+  Held<QzvObject> object = session.openObject(path);
+
+  bool locked = false;
+  if (!object->getLockedStatus(&locked)) {
+    failWith(object->getErrorMessage(), "cannot read the lock of " + path.shown());
+  }
+  std::string lockedBy;
+  if (locked) {
+    Held<QzvAttribute> owner = hold(object->getAttribute(QzbString("_LOCKEDUSER", true)));
+    if (owner) lockedBy = text(owner->getSingletonValue());
+  }
+  const int versions = highestVersion(object.get(), path);
+  ObjectEntry listed;
+  Held<QzvFolder> folder = session.openFolder(path.parent());
+  for (const ObjectEntry& entry : listFolder(session, folder.get(), path.parent(), true).objects) {
+    if (entry.path.relative == path.relative) listed = entry;
+  }
+
+  if (options.json) {
+    printJson(Json{{"path", path.shown()},
+                   {"name", text(object->getName())},
+                   {"type", listed.type.empty() ? Json(nullptr) : Json(listed.type)},
+                   {"readOnly", listed.readOnly},
+                   {"locked", locked},
+                   {"lockedBy", locked ? Json(lockedBy) : Json(nullptr)},
+                   {"versions", versions}});
+    return;
+  }
+  TextTable table;
+  table.addRow({"Object:", path.shown()});
+  table.addRow({"Name:", text(object->getName())});
+  table.addRow({"Type:", listed.type.empty() ? "-" : listed.type});
+  table.addRow({"Read-only:", listed.readOnly ? "yes" : "no"});
+  table.addRow({"Locked:", locked ? "yes, by " + lockedBy : "no"});
+  table.addRow({"Versions:", std::to_string(versions)});
+  table.print(std::cout);
+}
+
+}  // namespace
+
+void addObjectCommands(CLI::App& app, ToolContext& context) {
+  CLI::App* version = app.add_subcommand("version", "Keep, list and roll back numbered versions of an object");
+  version->require_subcommand(1);
+
+  auto create = std::make_shared<VersionOptions>();
+  CLI::App* createCommand = version->add_subcommand(
+      "create", "Keep the object's current content as its next version; the object then holds "
+                "the content of --from, or the same content");
+  createCommand->add_option("path", create->path, "The object")->required()->type_name("PATH");
+  createCommand->add_option("--from", create->from, "The object's new content")->type_name("FILE");
+  addJsonFlag(createCommand, &create->json);
+  createCommand->callback([&context, create] {
+    context.action = [&context, create] { runVersionCreate(context.global, *create); };
+  });
+
+  auto list = std::make_shared<VersionOptions>();
+  CLI::App* listCommand = version->add_subcommand("list", "List an object's versions with their dates");
+  listCommand->add_option("path", list->path, "The object")->required()->type_name("PATH");
+  addJsonFlag(listCommand, &list->json);
+  listCommand->callback([&context, list] {
+    context.action = [&context, list] { runVersionList(context.global, *list); };
+  });
+
+  auto rollback = std::make_shared<VersionOptions>();
+  CLI::App* rollbackCommand = version->add_subcommand(
+      "rollback", "Make version N (or the nearest older one) the object's content, dropping "
+                  "every newer version");
+  rollbackCommand->add_option("path", rollback->path, "The object")->required()->type_name("PATH");
+  rollbackCommand->add_option("version", rollback->version, "The version")->required()->type_name("N");
+  rollbackCommand->callback([&context, rollback] {
+    context.action = [&context, rollback] { runVersionRollback(context.global, *rollback); };
+  });
+
+  for (const bool lock : {true, false}) {
+    auto path = std::make_shared<std::string>();
+    CLI::App* command = app.add_subcommand(
+        lock ? "lock" : "unlock",
+        lock ? "Lock an object in your name (an advisory lock)"
+             : "Remove an object's lock, whoever holds it; the file becomes read-only");
+    command->add_option("path", *path, "The object")->required()->type_name("PATH");
+    command->callback([&context, path, lock] {
+      context.action = [&context, path, lock] { runLock(context.global, *path, lock); };
+    });
+  }
+
+  auto status = std::make_shared<PathOptions>();
+  CLI::App* statusCommand = app.add_subcommand(
+      "status", "Show an object's display name, type, read-only flag, lock and versions");
+  statusCommand->add_option("path", status->path, "The object")->required()->type_name("PATH");
+  addJsonFlag(statusCommand, &status->json);
+  statusCommand->callback([&context, status] {
+    context.action = [&context, status] { runStatus(context.global, *status); };
+  });
+}
+
+}  // namespace qzvtool

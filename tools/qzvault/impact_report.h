@@ -1,0 +1,64 @@
+// Reading and showing the impact-analysis (lineage) store: resources as rows,
+// how a resource is named on the command line, analysis of objects, and the
+// lineage report shared by the `lineage` command and the demo.
+#ifndef QZVAULT_TOOL_IMPACT_REPORT_H_
+#define QZVAULT_TOOL_IMPACT_REPORT_H_
+
+#include <string>
+#include <vector>
+
+#include "held.h"
+#include "listing.h"
+#include "output.h"
+#include "qzvault/qzvault.h"
+#include "session.h"
+
+namespace qzvtool {
+
+struct ResourceRow {
+  std::string id;
+  std::string type;
+  std::string name;
+  std::string identity;
+  std::string location;
+  bool macro = false;
+  bool resolved = true;
+};
+
+ResourceRow resourceRow(QzResource* resource);
+// The rows of `list`, sorted by type, then identity.
+std::vector<ResourceRow> resourceRows(QzResourceList* list);
+// Every resource of the store, sorted; fails with the store's message.
+std::vector<ResourceRow> allResources(QzvImpactAnalysis* analysis);
+
+// An identity as the tool shows it: a file inside the vault by its vault
+// path, anything else as stored.
+std::string identityShown(const VaultSession& session, const std::string& identity);
+Json resourceJson(const VaultSession& session, const ResourceRow& row);
+// One resource a line: type, name, identity (and "macro" for identities with
+// configuration macros).
+void printResources(const VaultSession& session, const std::vector<ResourceRow>& rows, bool json);
+
+// The resource a command-line argument names: a vault path (an object), or
+// TYPE:IDENTITY ("Table:db:postgresql/sales//public/orders"). An object's
+// resource is recorded if it was not yet. Fails when there is none.
+Held<QzResource> findResource(VaultSession& session, QzvImpactAnalysis* analysis,
+                              const std::string& argument);
+
+struct AnalysisFailure {
+  std::string path;
+  std::string message;
+};
+
+// Analyses each object (recording what it uses in the store), with a progress
+// bar on a terminal. Objects whose plug-in cannot read them are not analysed
+// and count as failures.
+std::vector<AnalysisFailure> analyzeObjects(VaultSession& session,
+                                            const std::vector<ObjectEntry>& objects);
+
+// Every resource that uses others, each with what it uses (one step).
+void printLineage(VaultSession& session, QzvImpactAnalysis* analysis, bool json);
+
+}  // namespace qzvtool
+
+#endif  // QZVAULT_TOOL_IMPACT_REPORT_H_

@@ -1,0 +1,158 @@
+#include "session.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+#include "file_names.h"
+#include "output.h"
+#include "qzbase/file_types.h"
+#include "tool_error.h"
+
+namespace fs = std::filesystem;
+
+namespace qzvtool {
+namespace {
+
+// The vault's own metadata files at its root; a directory with none of them
+// has never been used as a vault.
+const char* const kVaultFiles[] = {".v_fmd", ".v_cmd", ".v_imd"};
+
+// Applies the --set options to the process configuration, where the library
+// reads its keys and the values of impact-analysis macros.
+void applySettings(const std::vector<std::string>& settings) {
+  QzbConfigOptions* config = qzbGetConfigOptions(nullptr);
+  for (const std::string& setting : settings) {
+    const std::size_t equals = setting.find('=');
+    config->setOption(QzbString(setting.substr(0, equals).c_str()),
+                      QzbString(setting.substr(equals + 1).c_str()));
+  }
+}
+
+}  // namespace
+
+std::string vaultDirectoryOption(const GlobalOptions& options) {
+  std::error_code error;
+  const fs::path given = options.vault.empty() ? fs::current_path(error) : fs::path(options.vault);
+  if (error) fail("cannot read the current directory: " + error.message());
+  return fs::absolute(given, error).lexically_normal().string();
+}
+
+VaultSession::VaultSession(const GlobalOptions& options, const std::string& directory, Mode mode) {
+  std::error_code error;
+  const fs::file_status status = fs::status(directory, error);
+  if (!fs::exists(status)) failUsage("no such directory: " + directory);
+  if (!fs::is_directory(status)) failUsage("not a directory: " + directory);
+  root_ = fs::canonical(directory, error).string();
+  if (error) fail("cannot resolve " + directory + ": " + error.message());
+  if (mode == Mode::kRequireVault) {
+    bool found = false;
+    for (const char* name : kVaultFiles) found = found || fs::exists(fs::path(root_) / name, error);
+    if (!found) {
+      failUsage(directory + " is not a vault (run 'qzvault init' there to make it one)");
+    }
+  }
+
+  applySettings(options.settings);
+  if (options.logLevel > 0) {
+    sink_.reset(new QzLogStreamSink(stderr));
+    qzlogAddSink(sink_.get(), options.logLevel);
+  }
+  qzVaultStartup();
+  started_ = true;
+  try {
+    pluginDirectory_ = applyPluginDirectory(options.plugins);
+    vault_ = createVaultInstance(root_.c_str());
+    if (vault_ == nullptr) {
+      const std::string reason = getVaultCreateError();
+      fail(reason.empty() ? "cannot open a vault on " + root_ : reason);
+    }
+    for (int index = 0; index < vault_->getPluginCount(); ++index) {
+      QzbString type;
+      QzbString description;
+      if (vault_->getPluginInfo(index, &type, &description)) {
+        plugins_.push_back(PluginInfo{text(type), text(description)});
+      }
+    }
+  } catch (...) {
+    end();
+    throw;
+  }
+}
+
+VaultSession::~VaultSession() { end(); }
+
+void VaultSession::end() {
+  if (vault_ != nullptr) vault_->release();
+  vault_ = nullptr;
+  if (started_) qzVaultShutdown();
+  started_ = false;
+  if (sink_) qzlogRemoveSink(sink_.get());
+  sink_.reset();
+}
+
+std::string VaultSession::shown(const QzbString& fullPath) const {
+  VaultPath path;
+  if (vaultPathOf(root_, text(fullPath), &path)) return path.shown();
+  return text(fullPath);
+}
+
+VaultSession::Kind VaultSession::kindOf(const VaultPath& path) const {
+  std::error_code error;
+  const fs::file_status status = fs::status(path.absolute, error);
+  if (!fs::exists(status)) return Kind::kMissing;
+  return fs::is_directory(status) ? Kind::kFolder : Kind::kObject;
+}
+
+Held<QzvFolder> VaultSession::openFolder(const VaultPath& path) {
+  if (kindOf(path) == Kind::kObject) failUsage(path.shown() + " is an object, not a folder");
+  Held<QzvFolder> root = hold(vault_->getRootFolder());
+  if (!root) failWith(vault_->getErrorMessage(), "cannot open the vault's root folder");
+  if (path.isRoot()) return root;
+  Held<QzvFolder> folder = hold(root->getChildFolder(QzbString(path.relative.c_str())));
+  if (!folder) failWith(root->getErrorMessage(), "cannot open folder " + path.shown());
+  return folder;
+}
+
+Held<QzvObject> VaultSession::openObject(const VaultPath& path) {
+  if (path.isRoot() || kindOf(path) == Kind::kFolder) {
+    failUsage(path.shown() + " is a folder, not an object");
+  }
+  Held<QzvFolder> folder = openFolder(path.parent());
+  Held<QzvObject> object = hold(folder->getChildObject(QzbString(path.absolute.c_str())));
+  if (!object) failWith(folder->getErrorMessage(), "cannot open object " + path.shown());
+  return object;
+}
+
+std::string VaultSession::pluginTypeFor(const std::string& fileName) const {
+  const std::string extension = splitFileName(fileName).extension;
+  if (extension.empty()) return std::string();
+  const std::string type = text(getTypeForFileExtension(QzbString(extension.c_str())));
+  if (type.empty()) return std::string();
+  for (const PluginInfo& plugin : plugins_) {
+    if (plugin.typeName == type) return type;
+  }
+  return std::string();
+}
+
+void VaultSession::requireReadable(const VaultPath& object, const std::string& listedType) const {
+  const std::string type = pluginTypeFor(object.leaf());
+  if (type.empty() || !listedType.empty()) return;
+  fail(object.shown() + ": the " + type + " plug-in cannot read this file (is it well-formed?)");
+}
+
+void VaultSession::requireReadable(const VaultPath& object) {
+  if (pluginTypeFor(object.leaf()).empty()) return;
+  Held<QzvFolder> folder = openFolder(object.parent());
+  Held<QzvItemList> list = hold(folder->getObjectList(false));
+  if (!list) failWith(folder->getErrorMessage(), "cannot list folder " + object.parent().shown());
+  while (list->next()) {
+    VaultPath listed;
+    if (vaultPathOf(root_, text(list->getValue(1)), &listed) && listed.relative == object.relative) {
+      requireReadable(object, text(list->getValue(2)));
+      return;
+    }
+  }
+}
+
+}  // namespace qzvtool

@@ -1,0 +1,91 @@
+// A run of the tool against one vault: starts the library, applies the
+// configuration settings, the plug-in directory and the log level, opens the
+// vault, and gives the commands folders and objects by vault path. Its
+// destructor releases the vault, detaches the log sink and shuts the library
+// down, so a command releases what it holds (Held<T>) before the session ends.
+//
+// The library supports one start-up per process: make one session per run.
+#ifndef QZVAULT_TOOL_SESSION_H_
+#define QZVAULT_TOOL_SESSION_H_
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli.h"
+#include "held.h"
+#include "plugin_dir.h"
+#include "qzvault/qzvault.h"
+#include "vault_paths.h"
+
+namespace qzvtool {
+
+// The directory --vault names (or the current directory), as given: absolute,
+// not checked.
+std::string vaultDirectoryOption(const GlobalOptions& options);
+
+// One loaded plug-in, as the vault describes it.
+struct PluginInfo {
+  std::string typeName;
+  std::string description;
+};
+
+class VaultSession {
+ public:
+  // kRequireVault refuses (usage error) a directory that holds none of the
+  // vault's metadata files; init and demo make vaults and pass kAnyDirectory.
+  enum class Mode { kRequireVault, kAnyDirectory };
+
+  // Throws ToolError: a usage error when `directory` is missing or not a
+  // directory (or not a vault), a failure when the library cannot open it.
+  VaultSession(const GlobalOptions& options, const std::string& directory, Mode mode);
+  ~VaultSession();
+  VaultSession(const VaultSession&) = delete;
+  VaultSession& operator=(const VaultSession&) = delete;
+
+  QzvVault* vault() const { return vault_; }
+  // The vault's root: absolute, symbolic links resolved.
+  const std::string& root() const { return root_; }
+  const PluginDirectory& pluginDirectory() const { return pluginDirectory_; }
+  const std::vector<PluginInfo>& plugins() const { return plugins_; }
+
+  VaultPath resolve(const std::string& argument) const { return resolveVaultPath(root_, argument); }
+  // How a path the library reported is shown: the vault path when it lies
+  // inside the vault, else as it is.
+  std::string shown(const QzbString& fullPath) const;
+
+  enum class Kind { kMissing, kFolder, kObject };
+  Kind kindOf(const VaultPath& path) const;
+
+  // The folder at `path`. A path that is an object is a usage error; a
+  // missing one fails with the library's message.
+  Held<QzvFolder> openFolder(const VaultPath& path);
+  // The object at `path`. A path that is a folder is a usage error; a missing
+  // one fails with the library's message.
+  Held<QzvObject> openObject(const VaultPath& path);
+
+  // The type name of the loaded plug-in that stands for files named like
+  // `fileName` (by the file family's extension table), or "".
+  std::string pluginTypeFor(const std::string& fileName) const;
+  // Fails (exit status 1) when a loaded plug-in stands for the object's file
+  // type but could not read the file (`listedType`, the type the folder
+  // listing reports, is then empty): such a file would be recorded with
+  // nothing the plug-in should have read from it.
+  void requireReadable(const VaultPath& object, const std::string& listedType) const;
+  // The same, looking the object up in its folder's listing first.
+  void requireReadable(const VaultPath& object);
+
+ private:
+  void end();
+
+  std::unique_ptr<QzLogStreamSink> sink_;
+  std::string root_;
+  PluginDirectory pluginDirectory_;
+  std::vector<PluginInfo> plugins_;
+  QzvVault* vault_ = nullptr;
+  bool started_ = false;
+};
+
+}  // namespace qzvtool
+
+#endif  // QZVAULT_TOOL_SESSION_H_

@@ -1,0 +1,19 @@
+// The tree below a folder, as text (the `tree` command and the demo) or JSON.
+#ifndef QZVAULT_TOOL_TREE_REPORT_H_
+#define QZVAULT_TOOL_TREE_REPORT_H_
+
+#include "output.h"
+#include "session.h"
+
+namespace qzvtool {
+
+// One line per folder, object and link, by file name, with the display name
+// where it differs and the type a plug-in reported:
+//   |-- Definitions/
+//   |   `-- customer-sync.job.def  "Customer sync"  (Job)
+void printFolderTree(VaultSession& session, const VaultPath& path);
+Json folderTreeJson(VaultSession& session, const VaultPath& path);
+
+}  // namespace qzvtool
+
+#endif  // QZVAULT_TOOL_TREE_REPORT_H_
