@@ -324,3 +324,23 @@ QzvItemList* QzvObjectImpl::getAttrList() {
   }
   return list.release();
 }
+
+QzvAttribute* QzvObjectImpl::getAttribute(const QzbString& name) {
+  // An attribute the file itself supplies wins over a stored one.
+  QzvFileAttributeImpl* fromFile = new (std::nothrow) QzvFileAttributeImpl();
+  if (fromFile != nullptr) {
+    if (fromFile->init(vault_, folderPath_, fileName_, name)) return fromFile;
+    fromFile->release();
+  }
+  QzvAttributeImpl* stored = new (std::nothrow) QzvAttributeImpl();
+  if (stored == nullptr) {
+    errorMessage_ = QzbString("Memory allocation failed", true);
+    QZVI_LOG_TEXT(vault_->logger(), QZLOG_ERROR, errorMessage_.asCstr());
+    return nullptr;
+  }
+  if (stored->init(vault_, folderPath_, fileName_, name)) return stored;
+  errorMessage_ = stored->getErrorMessage();
+  QZVI_LOG_TEXT(vault_->logger(), QZLOG_ERROR, errorMessage_.asCstr());
+  stored->release();
+  return nullptr;
+}
