@@ -16,6 +16,7 @@
 #include "qzbase/string.h"
 #include "qzvault/resource.h"
 
+class QzvLineage;
 class QzvObject;
 
 class QzImpactAnalysis {
@@ -74,6 +75,11 @@ class QzvImpactAnalysis : public QzImpactAnalysis {
                               const QzbString& newName) = 0;
   // Deletes the resource when it uses nothing, then every unused resource.
   virtual bool removeResourceIfNotUsed(QzResource* resource) = 0;
+  // A new object that reads closures of the lineage graph (qzvault/lineage.h),
+  // with this object's resolver, if any; owned by the caller, ended with
+  // release(), and usable after this object is released. Null when memory
+  // runs out.
+  virtual QzvLineage* getLineage() = 0;
 
  protected:
   ~QzvImpactAnalysis() = default;

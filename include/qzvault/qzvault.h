@@ -14,6 +14,7 @@
 #include "qzvault/folder.h"
 #include "qzvault/impact.h"
 #include "qzvault/item_list.h"
+#include "qzvault/lineage.h"
 #include "qzvault/object.h"
 #include "qzvault/resource.h"
 #include "qzvault/vault.h"

@@ -61,6 +61,7 @@ class QzvImpactAnalysisImpl final : public QzvImpactAnalysis {
   bool renameResource(const QzbString& type, const QzbString& identity,
                       const QzbString& newName) override;
   bool removeResourceIfNotUsed(QzResource* resource) override;
+  QzvLineage* getLineage() override;  // lineage_impl.cc
 
   // Store access and transactions.
   bool getNextId(QzbDatavar* id);

@@ -93,6 +93,8 @@ class FakeVault final : public QzvVault {
     return uuid_;
   }
   bool resetUUID(const QzbString&) override { return false; }
+  int getPluginCount() override { return 0; }
+  bool getPluginInfo(int, QzbString*, QzbString*) override { return false; }
 
   int uuidCalls = 0;
 

@@ -587,6 +587,19 @@ TEST_F(ChangesTest, MoveSelfWithoutTargetCannotBuildThePath) {
   EXPECT_TRUE(pathExists(dir_.join("a")));
 }
 
+TEST_F(ChangesTest, MoveSelfOfAFolderWithoutPathHasNoDirectoryName) {
+  // Only a folder initialised with a null path has no last component.
+  Owned<QzvFolderImpl> pathless(new QzvFolderImpl());
+  ASSERT_TRUE(pathless->init(QzbString(), QzbString(), vault_.get()));
+  auto target = subFolder("b");
+  LogCapture log;
+  EXPECT_FALSE(pathless->moveSelf(target.get()));
+  const std::string expected = "Folder rename: Error determining original directory name";
+  EXPECT_EQ(pathless->getErrorMessage().toStdString(), expected);
+  EXPECT_TRUE(log.contains(expected, 5)) << log.dump();
+  EXPECT_FALSE(pathExists(fmdOf(dir_.join("b"))));
+}
+
 TEST_F(ChangesTest, MoveSelfOntoAnExistingDirectoryIsRefused) {
   auto folder = subFolder("a");
   auto target = subFolder("b");
