@@ -84,12 +84,19 @@ TEST_F(BrowseTest, LsJsonParsesBack) {
   EXPECT_EQ(root["folders"][2]["file"], "Sales_ Q1_");
 }
 
-TEST_F(BrowseTest, LsShowsReadOnlyObjects) {
+// The flag says whether the user running the tool can open the file for
+// writing. Root can open any file, so the listing runs as user nobody (a
+// forked child drops privileges when the test runs as root).
+TEST_F(BrowseTest, LsShowsObjectsTheUserCannotWriteAsReadOnly) {
+  qztest::makeReachable(dir_.path());
   ASSERT_EQ(chmod((vault_ + "/Data/a.txt").c_str(), 0444), 0);
-  const ToolResult result = runOn(vault_, {"ls", "Data"});
+  ASSERT_EQ(chmod((vault_ + "/Data/Bee data.csv").c_str(), 0666), 0);
+  qztool::RunOptions asNobody;
+  asNobody.asNobody = true;
+  const ToolResult result = runOn(vault_, {"ls", "Data"}, asNobody);
   ASSERT_EQ(result.status, 0) << result.describe();
   EXPECT_EQ(result.out,
-            "-  a         a.txt  read-only\n"
+            "-  a         a.txt         read-only\n"
             "-  Bee data  Bee data.csv\n");
 }
 

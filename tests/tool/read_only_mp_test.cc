@@ -69,7 +69,8 @@ TEST_F(ReadOnlyVaultTest, ChangesFailWithTheLibrarysMessage) {
 TEST_F(ReadOnlyVaultTest, ReadingStillWorks) {
   const ToolResult listing = asNobody({"ls", "Data"});
   ASSERT_EQ(listing.status, 0) << listing.describe();
-  EXPECT_EQ(listing.out, "-  orders  orders.csv\n");
+  // nobody cannot write root's file: the listing says so.
+  EXPECT_EQ(listing.out, "-  orders  orders.csv  read-only\n");
   const ToolResult tree = asNobody({"tree"});
   EXPECT_EQ(tree.status, 0) << tree.describe();
   // The UUID of a read-only root cannot be read (the library refuses it), and

@@ -91,10 +91,25 @@ void runVersionRollback(const GlobalOptions& global, const VersionOptions& optio
   }
 }
 
+// The user named by the object's lock, or "" when the attribute cannot be read.
+std::string lockOwner(QzvObject* object) {
+  Held<QzvAttribute> owner = hold(object->getAttribute(QzbString("_LOCKEDUSER", true)));
+  return owner ? text(owner->getSingletonValue()) : std::string();
+}
+
 void runLock(const GlobalOptions& global, const std::string& argument, bool lock) {
   VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
   const VaultPath path = session.resolve(argument);
   Held<QzvObject> object = session.openObject(path);
+  if (lock) {
+    // The library records a second lock beside the first; a lock that some
+    // user already holds is refused here, so that it means something.
+    bool locked = false;
+    if (!object->getLockedStatus(&locked)) {
+      failWith(object->getErrorMessage(), "cannot read the lock of " + path.shown());
+    }
+    if (locked) fail(path.shown() + " is already locked by " + lockOwner(object.get()));
+  }
   if (!object->setLockedStatus(lock)) {
     failWith(object->getErrorMessage(), std::string("cannot ") + (lock ? "lock " : "unlock ") + path.shown());
   }
@@ -110,10 +125,7 @@ void runStatus(const GlobalOptions& global, const PathOptions& options) {
     failWith(object->getErrorMessage(), "cannot read the lock of " + path.shown());
   }
   std::string lockedBy;
-  if (locked) {
-    Held<QzvAttribute> owner = hold(object->getAttribute(QzbString("_LOCKEDUSER", true)));
-    if (owner) lockedBy = text(owner->getSingletonValue());
-  }
+  if (locked) lockedBy = lockOwner(object.get());
   const int versions = highestVersion(object.get(), path);
   ObjectEntry listed;
   Held<QzvFolder> folder = session.openFolder(path.parent());
