@@ -56,8 +56,8 @@ TEST_F(DemoTest, MakesTheSampleVaultInANewDirectory) {
   EXPECT_THAT(result.out, ::testing::HasSubstr(
                               "|   |-- Definitions/\n"
                               "|   |   |-- customer-sync.job.def  \"Customer sync\"  (Job)\n"));
-  EXPECT_THAT(result.out, ::testing::HasSubstr("$ qzvault analyze\nAnalysed 12 objects\n"));
-  EXPECT_THAT(result.out, ::testing::HasSubstr("$ qzvault lineage\n"));
+  EXPECT_THAT(result.out, ::testing::HasSubstr("== qzvault analyze\nAnalysed 12 objects\n"));
+  EXPECT_THAT(result.out, ::testing::HasSubstr("== qzvault lineage\n"));
   // The macro table resolves with the demo's SALES_DSN.
   EXPECT_THAT(result.out, ::testing::HasSubstr("db:postgresql/sales//public/orders"));
   EXPECT_THAT(result.out, ::testing::HasSubstr("Try: qzvault --vault " + vault + " ls Jobs/Definitions\n"));

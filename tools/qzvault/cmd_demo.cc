@@ -120,10 +120,10 @@ void runDemo(const GlobalOptions& global, const std::string& target) {
             << "Its definitions use configuration macros; this run sets them:\n";
   for (const char* setting : kDemoSettings) std::cout << "  " << setting << '\n';
 
-  std::cout << "\n$ qzvault tree\n";
+  std::cout << "\n== qzvault tree\n";
   printFolderTree(session, session.resolve("."));
 
-  std::cout << "\n$ qzvault analyze\n";
+  std::cout << "\n== qzvault analyze\n";
   const std::vector<ObjectEntry> objects = collectObjects(session, session.resolve("."), true);
   const std::vector<AnalysisFailure> failures = analyzeObjects(session, objects);
   std::cout << "Analysed " << objects.size() - failures.size() << " objects\n";
@@ -131,14 +131,14 @@ void runDemo(const GlobalOptions& global, const std::string& target) {
 
   Held<QzvImpactAnalysis> analysis(session.vault()->getImpactAnalysis());
   if (!analysis) failWith(session.vault()->getErrorMessage(), "cannot open the impact-analysis store");
-  std::cout << "\n$ qzvault lineage\n";
+  std::cout << "\n== qzvault lineage\n";
   printLineage(session, analysis.get(), false);
 
-  std::cout << "\n$ qzvault used-by Data/orders.csv\n";
+  std::cout << "\n== qzvault used-by Data/orders.csv\n";
   Held<QzResource> orders = findResource(session, analysis.get(), "Data/orders.csv");
   printResources(session, resourcesUsing(analysis.get(), orders.get()), false);
 
-  std::cout << "\n$ qzvault deps '" << kMacroExample << "'\n";
+  std::cout << "\n== qzvault deps '" << kMacroExample << "'\n";
   Held<QzResource> table = findResource(session, analysis.get(), kMacroExample);
   printResources(session, resourcesUsedBy(analysis.get(), table.get()), false);
   std::cout << "\nTry: qzvault --vault " << session.root() << " ls Jobs/Definitions\n";
