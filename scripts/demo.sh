@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# The demonstration: installs what is missing (as root), builds the library
-# and runs the example host, which starts the library, prints its version and
-# shuts it down.
+# The demonstration: installs what is missing (as root), builds the library,
+# its plug-ins and the qzvault tool, and runs `qzvault demo` into a fresh
+# temporary directory: a sample vault made from the shipped sample files,
+# listed, analysed and its lineage printed. The vault is left in place to try
+# the other commands on; the script says where.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -16,13 +18,19 @@ jobs=$(nproc 2>/dev/null || echo 2)
 echo "== configure ($build_dir)"
 cmake -S "$root" -B "$build_dir"
 echo "== build ($jobs jobs)"
-cmake --build "$build_dir" --parallel "$jobs" --target version_host
+cmake --build "$build_dir" --parallel "$jobs" --target qzvault_tool qzvmddefs
 
-# The demonstration proper. When the command-line tool exists, this becomes
-# a walk through a vault made in a fresh directory (`qzvault demo DIR`).
-run_demo() {
-  echo "== run examples/version_host"
-  "$build_dir/examples/version_host"
-}
+tool="$build_dir/tools/qzvault/qzvault"
+# A new directory under the system's temporary directory; the demo makes the
+# vault inside it.
+workspace=$(mktemp -d -t qzvault-demo.XXXXXX)
+vault="$workspace/vault"
 
-run_demo
+echo "== qzvault demo $vault"
+"$tool" demo "$vault"
+
+echo
+echo "The sample vault is in $vault; try for example"
+echo "  $tool --vault $vault ls Jobs/Definitions"
+echo "  $tool --vault $vault --set SALES_DSN=sales deps 'Table:db:postgresql/%%SALES_DSN%%//public/orders'"
+echo "and remove $workspace when done."
