@@ -16,6 +16,7 @@
 class QzvFolder;
 class QzvObject;
 class QzvImpactAnalysis;
+class QzvVaultCheck;
 
 class QzvVault {
  public:
@@ -49,6 +50,10 @@ class QzvVault {
   // its one-line description, each written when the pointer is not null. False
   // (with getErrorMessage "Plugin index out of range") for any other index.
   virtual bool getPluginInfo(int index, QzbString* typeName, QzbString* description) = 0;
+  // A new check of this whole vault's metadata (qzvault/check.h), owned by the
+  // caller and ended with release(); null ("Out of memory") when it cannot be
+  // made.
+  virtual QzvVaultCheck* getVaultCheck() = 0;
 
  protected:
   virtual ~QzvVault() = default;

@@ -73,6 +73,15 @@ const char kWalkUsedAll[] =
     " FROM reach"
     " JOIN v_impadeps d ON d.res_id = reach.id"
     " JOIN v_imparcs r ON r.id = d.res_used";
+// A walk over a large closure jumps around the edge index and the resource
+// table; with SQLite's default page cache (about 2 MB) it would read the same
+// pages from the file again and again. The cache only grows as pages are
+// read, and goes with the connection at the end of the operation. 16 MiB holds
+// most of a store of 100,000 resources and 300,000 edges (about 21 MB on
+// disk) and makes its unlimited closure about a quarter faster than the
+// default; a 64 MiB cache measured no faster, and would weigh on the
+// library's small memory budget.
+const char kWalkCacheSize[] = "PRAGMA cache_size = -16384";
 const char kSelectResourceById[] = "SELECT id FROM v_imparcs WHERE id = ?";
 const char kSelectAllResources[] = "SELECT * FROM v_imparcs ORDER BY id";
 const char kSelectAllEdges[] =
@@ -306,6 +315,7 @@ bool QzvLineageImpl::readClosure(QzResource* resource, Direction direction, int 
     }
   }
 
+  store->exec(QzbString(kWalkCacheSize, true), 0);  // a failure only costs speed
   const bool bounded = maxDepth >= 1 && maxDepth <= kQzviBoundedWalkMaxDepth;
   const char* sql = direction == Direction::kDependents
                         ? (bounded ? kWalkDependentsBounded : kWalkDependentsAll)

@@ -38,6 +38,7 @@ class QzvVaultImpl final : public QzvVault {
   bool resetUUID(const QzbString& uuid) override;
   int getPluginCount() override;
   bool getPluginInfo(int index, QzbString* typeName, QzbString* description) override;
+  QzvVaultCheck* getVaultCheck() override;  // vault_check.cc
 
   // The filter string of stock folder `id`, or a null string outside 0..15.
   static QzbString getStockFilterString(int id);

@@ -95,6 +95,7 @@ class FakeVault final : public QzvVault {
   bool resetUUID(const QzbString&) override { return false; }
   int getPluginCount() override { return 0; }
   bool getPluginInfo(int, QzbString*, QzbString*) override { return false; }
+  QzvVaultCheck* getVaultCheck() override { return nullptr; }
 
   int uuidCalls = 0;
 

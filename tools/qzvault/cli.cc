@@ -58,6 +58,7 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   addObjectCommands(app, context);
   addImpactCommands(app, context);
   addDemoCommand(app, context);
+  addCheckCommand(app, context);
 }
 
 }  // namespace qzvtool

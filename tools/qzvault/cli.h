@@ -39,6 +39,7 @@ void addAttributeCommands(CLI::App& app, ToolContext& context);   // attr
 void addObjectCommands(CLI::App& app, ToolContext& context);      // version, lock ...
 void addImpactCommands(CLI::App& app, ToolContext& context);      // analyze ... clean
 void addDemoCommand(CLI::App& app, ToolContext& context);         // demo
+void addCheckCommand(CLI::App& app, ToolContext& context);        // check
 
 // Adds the --json flag to a command that prints data.
 void addJsonFlag(CLI::App* command, bool* json);

@@ -1,0 +1,93 @@
+// QzvVaultCheck: walks a whole vault and reports what is damaged or left
+// behind in its metadata, and optionally removes what is safe to remove.
+//
+// QzvVault::getVaultCheck hands out a QzvVaultCheck; the caller ends it with
+// release(). check() looks at every folder of the vault (the root and every
+// directory below it whose name does not begin with "."):
+//   - every metadata database present (".v_fmd" and ".v_cmd" of each folder,
+//     ".v_imd" of the root) must open and pass SQLite's integrity check;
+//     a file that is not a database at all is reported and never touched;
+//   - rows of ".v_fmd" (v_object, v_attr) for a file name that is no longer
+//     in the folder;
+//   - rows of ".v_cmd" (v_file, v_attr) for a file that is gone, or whose
+//     modification time differs from the cached one;
+//   - lock files ".v_lck" older than QZV_CHECK_STALE_LOCK_SECONDS;
+//   - version files in ".v_ver" ("name.N") whose object "name" is gone;
+//   - in ".v_imd": edges (v_impadeps) with an end that is not a stored
+//     resource, and resources that no edge between stored resources reaches.
+// Databases are opened only when they exist: a check never creates one.
+//
+// Run the check while no host is changing the vault. In the middle of an
+// operation a vault can look damaged: an object whose file has just been
+// moved aside as a version looks gone, and a lock held for a long transaction
+// looks stale.
+//
+// Thread safety: one thread at a time per object.
+#ifndef QZVAULT_CHECK_H_
+#define QZVAULT_CHECK_H_
+
+#include "qzbase/string.h"
+#include "qzvault/item_list.h"
+
+// Columns of every row of the findings list.
+#define QZV_CHECK_COL_KIND 0      // one of the QZV_CHECK_KIND_* texts
+#define QZV_CHECK_COL_PATH 1      // the file or directory concerned, full path
+#define QZV_CHECK_COL_DETAIL 2    // one line: what is wrong, and what was done
+#define QZV_CHECK_COL_REPAIRED 3  // "1" when this check repaired it, else "0"
+#define QZV_CHECK_COLUMNS 4
+
+// Kinds of finding.
+// A database that cannot be opened or fails the integrity check. Repair
+// rebuilds its indexes (REINDEX), and counts only when the integrity check
+// then passes.
+#define QZV_CHECK_KIND_DAMAGED_DATABASE "damaged-database"
+// A metadata file that is not an SQLite database. Never repaired: its content
+// may be someone's data.
+#define QZV_CHECK_KIND_NOT_A_DATABASE "not-a-database"
+// v_object and v_attr rows of ".v_fmd" for a name that is not in the folder.
+// Repair deletes them (one transaction per database).
+#define QZV_CHECK_KIND_ORPHAN_METADATA "orphan-metadata"
+// v_file and v_attr rows of ".v_cmd" for a file that is gone or changed.
+// Repair deletes them; the next refresh of the folder reads the file anew.
+#define QZV_CHECK_KIND_STALE_CACHE "stale-cache"
+// A folder whose entries cannot be listed; nothing in it is judged. Never
+// repaired.
+#define QZV_CHECK_KIND_UNREADABLE_FOLDER "unreadable-folder"
+// A ".v_lck" older than QZV_CHECK_STALE_LOCK_SECONDS. Repair removes it.
+#define QZV_CHECK_KIND_STALE_LOCK "stale-lock"
+// A version file whose object is gone. Repair removes the file.
+#define QZV_CHECK_KIND_ORPHAN_VERSION "orphan-version"
+// An edge of ".v_imd" with a missing resource at either end. Repair deletes
+// the edges (one transaction).
+#define QZV_CHECK_KIND_DANGLING_EDGE "dangling-edge"
+// A resource that no edge between stored resources reaches. Repair deletes it
+// and its properties (one transaction).
+#define QZV_CHECK_KIND_UNUSED_RESOURCE "unused-resource"
+
+// A lock file at least this old (seconds since its modification) is stale:
+// the locks of a host's transaction last seconds, not an hour.
+#define QZV_CHECK_STALE_LOCK_SECONDS 3600
+
+class QzvVaultCheck {
+ public:
+  virtual void release() = 0;
+  // The reason of the last failure; empty when none.
+  virtual QzbString getErrorMessage() = 0;
+
+  // Walks the vault and returns its findings, QZV_CHECK_COLUMNS text columns
+  // per row, in walking order (folders depth first, sorted by name; within a
+  // folder databases, rows, locks, versions; the lineage store last). An empty
+  // list means a clean vault. With `repair` true, every finding that can be
+  // repaired safely is repaired before the list is returned, and its row says
+  // so; a repair that fails leaves the finding with "0" and the reason in its
+  // detail. The list is new and owned by the caller, ended with release().
+  // Null, with getErrorMessage, when the vault's root cannot be listed or
+  // memory runs out. A folder below the root that cannot be listed is a
+  // finding of its own (QZV_CHECK_KIND_UNREADABLE_FOLDER).
+  virtual QzvItemList* check(bool repair) = 0;
+
+ protected:
+  ~QzvVaultCheck() = default;
+};
+
+#endif  // QZVAULT_CHECK_H_

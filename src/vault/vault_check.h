@@ -1,0 +1,103 @@
+// The vault check behind QzvVaultCheck (include/qzvault/check.h): the walk
+// over the folders, and one function per concern that judges what the walk
+// found in a folder, appends its findings, and repairs them when asked.
+//
+// Each repair of rows runs in one transaction per database and concern; a
+// repair of files is one removal per file. Internal; one thread at a time.
+#ifndef QZVAULT_SRC_VAULT_CHECK_H_
+#define QZVAULT_SRC_VAULT_CHECK_H_
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "qzbase/log.h"
+#include "qzbase/sqlite.h"
+#include "qzbase/string.h"
+#include "qzvault/check.h"
+
+class QzvVaultImpl;
+
+struct QzviCheckFinding {
+  const char* kind;  // a QZV_CHECK_KIND_* text
+  std::string path;
+  std::string detail;
+  bool repaired;
+};
+
+// What the walk found in one folder: its directory and its entries (vault
+// files left out), each with its modification time in seconds.
+struct QzviCheckFolder {
+  std::string directory;
+  std::unordered_map<std::string, int64_t> files;
+  std::unordered_map<std::string, int64_t> directories;
+  bool has(const std::string& name) const {
+    return files.count(name) != 0 || directories.count(name) != 0;
+  }
+};
+
+// The findings of one check, and the flag that says whether to repair.
+class QzviCheckReport {
+ public:
+  explicit QzviCheckReport(bool repair) : repair_(repair) {}
+  bool repair() const { return repair_; }
+  void add(const char* kind, std::string path, std::string detail, bool repaired) {
+    findings_.push_back({kind, std::move(path), std::move(detail), repaired});
+  }
+  const std::vector<QzviCheckFinding>& findings() const { return findings_; }
+
+ private:
+  bool repair_;
+  std::vector<QzviCheckFinding> findings_;
+};
+
+// `directory` joined with `name` by the platform's separator.
+std::string qzviCheckJoin(const std::string& directory, const std::string& name);
+
+// Opens the database file `path` (which exists), runs SQLite's integrity
+// check and, when repairing, rebuilds the indexes of a database that fails
+// it. Returns the open connection (closed by the caller with close(0)) when
+// the database is sound or was repaired, so that its rows can be judged; null
+// after a finding that was not repaired. Opened read-only unless repairing.
+SqliteConnection* qzviCheckOpenDatabase(const std::string& path, QzviCheckReport* report);
+
+// v_object and v_attr rows of a folder's ".v_fmd" for names not in the folder.
+void qzviCheckFixedRows(SqliteConnection* db, const QzviCheckFolder& folder,
+                        QzviCheckReport* report);
+// v_file and v_attr rows of a folder's ".v_cmd" for files that are gone or
+// whose modification time differs from the cached one.
+void qzviCheckCachedRows(SqliteConnection* db, const QzviCheckFolder& folder,
+                         QzviCheckReport* report);
+// The folder's ".v_lck" when it is older than QZV_CHECK_STALE_LOCK_SECONDS.
+void qzviCheckLockFile(const QzviCheckFolder& folder, QzviCheckReport* report);
+// Version files of the folder's ".v_ver" whose object is gone.
+void qzviCheckVersionFiles(const QzviCheckFolder& folder, QzviCheckReport* report);
+// Dangling edges and unused resources of the root's ".v_imd" at `path`.
+void qzviCheckLineageStore(SqliteConnection* db, const std::string& path,
+                           QzviCheckReport* report);
+
+class QzvVaultCheckImpl final : public QzvVaultCheck {
+ public:
+  // `vault` must outlive the check.
+  explicit QzvVaultCheckImpl(QzvVaultImpl* vault);
+
+  void release() override;
+  QzbString getErrorMessage() override;
+  QzvItemList* check(bool repair) override;
+
+ private:
+  ~QzvVaultCheckImpl() = default;
+  // Lists `directory` into *folder and appends its sub-directories (full
+  // paths, sorted by name) to *subdirectories. False with *error when the
+  // directory cannot be listed.
+  static bool readFolder(const std::string& directory, QzviCheckFolder* folder,
+                         std::vector<std::string>* subdirectories, QzbString* error);
+  void checkFolder(const QzviCheckFolder& folder, bool isRoot, QzviCheckReport* report);
+
+  QzvVaultImpl* vault_;
+  QzLogger* logger_;
+  QzbString errorMessage_;
+};
+
+#endif  // QZVAULT_SRC_VAULT_CHECK_H_
