@@ -57,6 +57,7 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   addAttributeCommands(app, context);
   addObjectCommands(app, context);
   addImpactCommands(app, context);
+  addLineageCommands(app, context);
   addDemoCommand(app, context);
   addCheckCommand(app, context);
 }

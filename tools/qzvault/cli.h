@@ -38,6 +38,7 @@ void addTreeChangeCommands(CLI::App& app, ToolContext& context);  // mkdir ... r
 void addAttributeCommands(CLI::App& app, ToolContext& context);   // attr
 void addObjectCommands(CLI::App& app, ToolContext& context);      // version, lock ...
 void addImpactCommands(CLI::App& app, ToolContext& context);      // analyze ... clean
+void addLineageCommands(CLI::App& app, ToolContext& context);     // lineage, graph
 void addDemoCommand(CLI::App& app, ToolContext& context);         // demo
 void addCheckCommand(CLI::App& app, ToolContext& context);        // check
 

@@ -1,5 +1,5 @@
 // demo DIR: a sample vault made from the definition plug-in's sample files,
-// then listed, analysed and its lineage printed.
+// then listed, analysed and its lineage printed (and drawn, with Graphviz).
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -8,8 +8,11 @@
 
 #include "cli.h"
 #include "demo_samples.h"
+#include "dot_render.h"
 #include "file_names.h"
 #include "impact_report.h"
+#include "lineage_graph.h"
+#include "lineage_output.h"
 #include "listing.h"
 #include "output.h"
 #include "qzbase/file_types.h"
@@ -33,6 +36,9 @@ const char* const kDemoSettings[] = {
 // A table named through the %%SALES_DSN%% macro; what it uses includes the
 // table that the demo's value of the macro names.
 const char kMacroExample[] = "Table:db:postgresql/%%SALES_DSN%%//public/orders";
+
+// The picture of the demo's lineage, in the demo directory.
+const char kLineagePicture[] = "lineage.svg";
 
 void checkTarget(const std::string& directory) {
   std::error_code error;
@@ -97,6 +103,23 @@ void addSample(VaultSession& session, const DemoSample& sample) {
   if (!object) failWith(folder->getErrorMessage(), "cannot add " + path.shown());
 }
 
+// lineage.svg in the demo directory, when Graphviz's dot is installed. A
+// picture that cannot be made is no reason to fail the demo.
+void drawLineage(VaultSession& session, QzvImpactAnalysis* analysis) {
+  const std::string picture = session.root() + "/" + kLineagePicture;
+  std::cout << "\n== qzvault graph --svg " << kLineagePicture << '\n';
+  if (!dotInstalled()) {
+    std::cout << "Skipped the picture: the dot program (Graphviz) is not on PATH\n";
+    return;
+  }
+  try {
+    renderSvg(lineageGraphDot(session, wholeLineage(analysis)), picture);
+    std::cout << "Drew the lineage graph in " << picture << '\n';
+  } catch (const ToolError& error) {
+    printError(error.what());
+  }
+}
+
 void runDemo(const GlobalOptions& global, const std::string& target) {
   if (demoSampleCount() == 0) fail("this qzvault was built without the sample files");
   std::error_code error;
@@ -133,6 +156,7 @@ void runDemo(const GlobalOptions& global, const std::string& target) {
   if (!analysis) failWith(session.vault()->getErrorMessage(), "cannot open the impact-analysis store");
   std::cout << "\n== qzvault lineage\n";
   printLineage(session, analysis.get(), false);
+  drawLineage(session, analysis.get());
 
   std::cout << "\n== qzvault used-by Data/orders.csv\n";
   Held<QzResource> orders = findResource(session, analysis.get(), "Data/orders.csv");

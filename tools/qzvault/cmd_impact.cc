@@ -1,4 +1,5 @@
-// Impact analysis: analyze, deps, used-by, resources, types, lineage, clean.
+// Impact analysis: analyze, deps, used-by, resources, types, clean (lineage
+// and graph are in cmd_lineage.cc).
 #include <iostream>
 #include <map>
 #include <memory>
@@ -106,12 +107,6 @@ void runTypes(const GlobalOptions& global, bool json) {
   table.print(std::cout);
 }
 
-void runLineage(const GlobalOptions& global, bool json) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
-  Held<QzvImpactAnalysis> analysis = openAnalysis(session);
-  printLineage(session, analysis.get(), json);
-}
-
 void runClean(const GlobalOptions& global, bool json) {
   VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
@@ -181,14 +176,6 @@ void addImpactCommands(CLI::App& app, ToolContext& context) {
   addJsonFlag(typesCommand, typesJson.get());
   typesCommand->callback([&context, typesJson] {
     context.action = [&context, typesJson] { runTypes(context.global, *typesJson); };
-  });
-
-  auto lineageJson = std::make_shared<bool>(false);
-  CLI::App* lineageCommand =
-      app.add_subcommand("lineage", "List every resource that uses others, with what it uses");
-  addJsonFlag(lineageCommand, lineageJson.get());
-  lineageCommand->callback([&context, lineageJson] {
-    context.action = [&context, lineageJson] { runLineage(context.global, *lineageJson); };
   });
 
   auto cleanJson = std::make_shared<bool>(false);

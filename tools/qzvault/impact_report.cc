@@ -34,12 +34,6 @@ bool namesVaultEntry(const VaultSession& session, const std::string& argument) {
   }
 }
 
-std::string resourceLine(const VaultSession& session, const ResourceRow& row) {
-  std::string line = identityShown(session, row.identity) + " (" + row.type;
-  if (row.macro) line += ", macro";
-  return line + ")";
-}
-
 }  // namespace
 
 ResourceRow resourceRow(QzResource* resource) {
@@ -76,6 +70,12 @@ std::vector<ResourceRow> allResources(QzvImpactAnalysis* analysis) {
     failWith(analysis->getErrorMessage(), "cannot read the impact-analysis store");
   }
   return rows;
+}
+
+std::string resourceLine(const VaultSession& session, const ResourceRow& row) {
+  std::string line = identityShown(session, row.identity) + " (" + row.type;
+  if (row.macro) line += ", macro";
+  return line + ")";
 }
 
 std::string identityShown(const VaultSession& session, const std::string& identity) {

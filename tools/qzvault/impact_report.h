@@ -34,6 +34,8 @@ std::vector<ResourceRow> allResources(QzvImpactAnalysis* analysis);
 // An identity as the tool shows it: a file inside the vault by its vault
 // path, anything else as stored.
 std::string identityShown(const VaultSession& session, const std::string& identity);
+// "IDENTITY (TYPE)", or "IDENTITY (TYPE, macro)", the identity as shown.
+std::string resourceLine(const VaultSession& session, const ResourceRow& row);
 Json resourceJson(const VaultSession& session, const ResourceRow& row);
 // One resource a line: type, name, identity (and "macro" for identities with
 // configuration macros).

@@ -1,0 +1,197 @@
+// Lineage beyond one step: lineage (every edge, or the closure of one
+// resource upstream or downstream) and graph (DOT or JSON, optionally
+// rendered to SVG by Graphviz).
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include "cli.h"
+#include "dot_render.h"
+#include "impact_report.h"
+#include "lineage_graph.h"
+#include "lineage_output.h"
+#include "output.h"
+#include "session.h"
+#include "tool_error.h"
+
+namespace qzvtool {
+namespace {
+
+struct LineageOptions {
+  std::string resource;
+  bool up = false;
+  bool down = false;
+  int depth = QZV_LINEAGE_UNLIMITED;
+  bool depthGiven = false;
+  bool json = false;
+};
+
+struct GraphOptions {
+  std::string resource;
+  int depth = QZV_LINEAGE_UNLIMITED;
+  bool depthGiven = false;
+  std::string format = "dot";
+  std::string output;
+  std::string svg;
+};
+
+// --depth counts steps; "no limit" is said by leaving it out.
+void checkDepth(bool given, int depth, const std::string& resource) {
+  if (!given) return;
+  if (resource.empty()) failUsage("--depth needs a RESOURCE: the whole graph has no depth");
+  if (depth <= 0) {
+    failUsage("--depth " + std::to_string(depth) +
+              " is not a number of steps: give 1 or more, or leave --depth out for no limit");
+  }
+}
+
+Held<QzvImpactAnalysis> openAnalysis(VaultSession& session) {
+  Held<QzvImpactAnalysis> analysis(session.vault()->getImpactAnalysis());
+  if (!analysis) failWith(session.vault()->getErrorMessage(), "cannot open the impact-analysis store");
+  return analysis;
+}
+
+void runLineage(const GlobalOptions& global, const LineageOptions& options) {
+  if (options.resource.empty()) {
+    if (options.up || options.down) failUsage("--up and --down need a RESOURCE");
+    checkDepth(options.depthGiven, options.depth, options.resource);
+  } else {
+    if (options.up == options.down) {
+      failUsage("give one of --up (what " + options.resource + " uses) and --down (what uses it)");
+    }
+    checkDepth(options.depthGiven, options.depth, options.resource);
+  }
+
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  Held<QzvImpactAnalysis> analysis = openAnalysis(session);
+  if (options.resource.empty()) {
+    printLineage(session, analysis.get(), options.json);
+    return;
+  }
+  Held<QzResource> resource = findResource(session, analysis.get(), options.resource);
+  const LineageDirection direction = options.up ? LineageDirection::kUpstream : LineageDirection::kDownstream;
+  const LineageGraph closure = lineageClosure(analysis.get(), resource.get(), direction, options.depth);
+  if (options.json) {
+    printJson(lineageClosureJson(session, closure, direction, options.depth));
+  } else {
+    printLineageTree(session, closure, direction, std::cout);
+  }
+}
+
+void writeFile(const std::string& path, const std::string& content) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << content;
+  out.close();
+  if (!out) fail("cannot write " + path);
+}
+
+std::string graphSize(const LineageGraph& graph) {
+  return std::to_string(graph.nodes.size()) + (graph.nodes.size() == 1 ? " resource, " : " resources, ") +
+         std::to_string(graph.edges.size()) + (graph.edges.size() == 1 ? " edge" : " edges");
+}
+
+void runGraph(const GlobalOptions& global, const GraphOptions& options) {
+  checkDepth(options.depthGiven, options.depth, options.resource);
+  if (!options.output.empty() && options.output == options.svg) {
+    failUsage("--output and --svg name the same file " + options.output);
+  }
+
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  Held<QzvImpactAnalysis> analysis = openAnalysis(session);
+  LineageGraph graph;
+  if (options.resource.empty()) {
+    graph = wholeLineage(analysis.get());
+  } else {
+    Held<QzResource> resource = findResource(session, analysis.get(), options.resource);
+    graph = lineageAround(analysis.get(), resource.get(), options.depth);
+  }
+  const std::string dot = lineageGraphDot(session, graph);
+  const std::string written =
+      options.format == "json" ? lineageGraphJson(session, graph).dump(2) + "\n" : dot;
+
+  // The graph goes to --output, else to stdout unless only a picture was
+  // asked for.
+  if (!options.output.empty()) {
+    writeFile(options.output, written);
+    std::cout << "Wrote " << options.output << " (" << graphSize(graph) << ")\n";
+  } else if (options.svg.empty()) {
+    std::cout << written;
+  }
+  if (options.svg.empty()) return;
+
+  // When no picture can be made, the DOT is not lost: it goes to stdout if
+  // no --output has it already.
+  const std::string dotWhere = !options.output.empty() && options.format == "dot"
+                                   ? "is in " + options.output
+                                   : "was written on stdout";
+  const auto keepDot = [&] {
+    if (options.output.empty() || options.format != "dot") std::cout << dot << std::flush;
+  };
+  if (graph.nodes.size() > kMaxRenderedNodes) {
+    keepDot();
+    fail("not rendering " + options.svg + ": the graph has " + std::to_string(graph.nodes.size()) +
+         " resources, more than the " + std::to_string(kMaxRenderedNodes) + " drawn; the DOT " + dotWhere);
+  }
+  if (!dotInstalled()) {
+    keepDot();
+    fail("cannot render " + options.svg + ": the dot program (Graphviz) is not installed (not on PATH); the DOT " +
+         dotWhere);
+  }
+  renderSvg(dot, options.svg);
+  std::cout << "Wrote " << options.svg << " (" << graphSize(graph) << ")\n";
+}
+
+void addDepthOption(CLI::App* command, int* depth, bool* given) {
+  command->add_option_function<int>(
+             "--depth",
+             [depth, given](const int& value) {
+               *depth = value;
+               *given = true;
+             },
+             "At most N steps from RESOURCE (default: no limit)")
+      ->type_name("N");
+}
+
+}  // namespace
+
+void addLineageCommands(CLI::App& app, ToolContext& context) {
+  auto lineage = std::make_shared<LineageOptions>();
+  CLI::App* lineageCommand = app.add_subcommand(
+      "lineage",
+      "Without RESOURCE: list every resource that uses others, with what it uses. With RESOURCE "
+      "and --up: everything RESOURCE uses, through any chain; with --down: everything that uses "
+      "it. Printed as a tree, each resource with its distance in steps");
+  lineageCommand->add_option("resource", lineage->resource,
+                             "An object (vault path) or TYPE:IDENTITY")
+      ->type_name("RESOURCE");
+  lineageCommand->add_flag("--up", lineage->up, "What RESOURCE uses (where its data comes from)");
+  lineageCommand->add_flag("--down", lineage->down, "What uses RESOURCE (what a change to it affects)");
+  addDepthOption(lineageCommand, &lineage->depth, &lineage->depthGiven);
+  addJsonFlag(lineageCommand, &lineage->json);
+  lineageCommand->callback([&context, lineage] {
+    context.action = [&context, lineage] { runLineage(context.global, *lineage); };
+  });
+
+  auto graph = std::make_shared<GraphOptions>();
+  CLI::App* graphCommand = app.add_subcommand(
+      "graph",
+      "Write the lineage graph of the whole vault, or of everything within reach of RESOURCE in "
+      "both directions, as Graphviz DOT or JSON; --svg renders it with Graphviz's dot program");
+  graphCommand->add_option("resource", graph->resource, "An object (vault path) or TYPE:IDENTITY")
+      ->type_name("RESOURCE");
+  addDepthOption(graphCommand, &graph->depth, &graph->depthGiven);
+  graphCommand->add_option("--format", graph->format, "dot (default) or json")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"dot", "json"}));
+  graphCommand->add_option("--output,-o", graph->output, "Write the graph to FILE instead of stdout")
+      ->type_name("FILE");
+  graphCommand->add_option("--svg", graph->svg,
+                           "Also render the graph to FILE as SVG with dot (when Graphviz is installed "
+                           "and the graph has at most 2000 resources)")
+      ->type_name("FILE");
+  graphCommand->callback([&context, graph] {
+    context.action = [&context, graph] { runGraph(context.global, *graph); };
+  });
+}
+
+}  // namespace qzvtool
