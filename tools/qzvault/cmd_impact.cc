@@ -51,6 +51,9 @@ void runAnalyze(const GlobalOptions& global, const AnalyzeOptions& options) {
     std::cout << "Analysed " << analysed << (analysed == 1 ? " object" : " objects") << '\n';
   }
   if (failures.empty()) return;
+  // One object asked for: its failure is the one line; otherwise each
+  // failure, then the count.
+  if (objects.size() == 1) fail(failures.front().path + ": " + failures.front().message);
   for (const AnalysisFailure& failure : failures) printError(failure.path + ": " + failure.message);
   fail(std::to_string(failures.size()) + " of " + std::to_string(objects.size()) +
        (objects.size() == 1 ? " object" : " objects") + " could not be analysed");

@@ -151,7 +151,12 @@ std::vector<AnalysisFailure> analyzeObjects(VaultSession& session,
       }
     } catch (const ToolError& error) {
       if (error.exitStatus() != kExitFailure) throw;
-      failures.push_back({entry.path.shown(), error.what()});
+      // Most of the tool's messages already begin with the path; it is
+      // printed once, in front of every failure.
+      std::string message = error.what();
+      const std::string prefix = entry.path.shown() + ": ";
+      if (message.compare(0, prefix.size(), prefix) == 0) message.erase(0, prefix.size());
+      failures.push_back({entry.path.shown(), message});
     }
     progress.step();
   }
