@@ -8,19 +8,14 @@
 // The N resources are inserted directly with SQLite before timing starts, so
 // that only the operation under test is measured.
 #include <sqlite3.h>
-#include <stdlib.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <string>
 
 #include <benchmark/benchmark.h>
 
-#include "qzbase/config.h"
+#include "bench_store.h"
 #include "impact_analysis_impl.h"
-#include "plugin_registry.h"
 #include "resource_impl.h"
-#include "vault_impl.h"
 
 namespace {
 
@@ -29,18 +24,9 @@ namespace {
 // those dependents as the library hands resources out.
 class StoreFixture {
  public:
-  explicit StoreFixture(int dependents) {
-    qzbGetConfigOptions(nullptr)->removeOption(QzbString("QZVLT/BYPASS", true));
-    std::string pattern = (std::filesystem::temp_directory_path() / "qzimpact.XXXXXX").string();
-    if (mkdtemp(&pattern[0]) == nullptr) abort();
-    directory_ = pattern;
-    vault_ = new QzvVaultImpl(QzbString(directory_.c_str()), &registry_, QzbString());
-    analysis_ = new QzvImpactAnalysisImpl(vault_);
-    // The first look-up creates the store with its schema.
-    QzResource* none = analysis_->getResource(QzbString("File"), QzbString("none"));
-    if (none != nullptr) none->release();
+  explicit StoreFixture(int dependents) : store_("qzimpact") {
     fill(dependents);
-    used_ = analysis_->getResource(QzbString("File"), QzbString("/bench/used"));
+    used_ = analysis()->getResource(QzbString("File"), QzbString("/bench/used"));
     list_ = new QzvResourceListImpl();
     for (int index = 0; index < dependents; ++index) {
       QzvResourceImpl* resource = new QzvResourceImpl();
@@ -56,12 +42,9 @@ class StoreFixture {
   ~StoreFixture() {
     list_->release();
     if (used_ != nullptr) used_->release();
-    analysis_->release();
-    vault_->release();
-    std::filesystem::remove_all(directory_);
   }
 
-  QzvImpactAnalysisImpl* analysis() const { return analysis_; }
+  QzvImpactAnalysisImpl* analysis() const { return store_.analysis(); }
   QzResource* used() const { return used_; }
   QzResourceList* dependents() const {
     list_->reset();
@@ -72,7 +55,7 @@ class StoreFixture {
  private:
   void run(const std::string& sql) {
     sqlite3* db = nullptr;
-    sqlite3_open((directory_ + "/.v_imd").c_str(), &db);
+    sqlite3_open(store_.storePath().c_str(), &db);
     sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr);
     sqlite3_close(db);
   }
@@ -89,10 +72,7 @@ class StoreFixture {
     run(sql);
   }
 
-  std::string directory_;
-  QzviPluginRegistry registry_;
-  QzvVaultImpl* vault_ = nullptr;
-  QzvImpactAnalysisImpl* analysis_ = nullptr;
+  qzbench::BenchStore store_;
   QzResource* used_ = nullptr;
   QzvResourceListImpl* list_ = nullptr;
 };

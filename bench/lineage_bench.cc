@@ -20,7 +20,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <unordered_set>
@@ -28,13 +27,11 @@
 
 #include <benchmark/benchmark.h>
 
-#include "qzbase/config.h"
 #include "qzvault/lineage.h"
+#include "bench_store.h"
 #include "impact_analysis_impl.h"
 #include "lineage_impl.h"
-#include "plugin_registry.h"
 #include "resource_impl.h"
-#include "vault_impl.h"
 
 namespace {
 
@@ -52,36 +49,24 @@ class Graph {
     return graph;
   }
 
-  QzvImpactAnalysisImpl* analysis() const { return analysis_; }
+  QzvImpactAnalysisImpl* analysis() const { return store_.analysis(); }
   QzResource* start() const { return start_; }
   const std::string& error() const { return error_; }
 
  private:
-  Graph() {
-    qzbGetConfigOptions(nullptr)->removeOption(QzbString("QZVLT/BYPASS", true));
-    std::string pattern = (std::filesystem::temp_directory_path() / "qzlineage.XXXXXX").string();
-    if (mkdtemp(&pattern[0]) == nullptr) abort();
-    directory_ = pattern;
-    vault_ = new QzvVaultImpl(QzbString(directory_.c_str()), &registry_, QzbString());
-    analysis_ = new QzvImpactAnalysisImpl(vault_);
-    // The first look-up creates the store with its schema.
-    QzResource* none = analysis_->getResource(QzbString("File"), QzbString("none"));
-    if (none != nullptr) none->release();
+  Graph() : store_("qzlineage") {
     fill();
-    start_ = analysis_->getResource(QzbString("File"),
-                                    QzbString(("/bench/r" + std::to_string(kStartId)).c_str()));
+    start_ = analysis()->getResource(QzbString("File"),
+                                     QzbString(("/bench/r" + std::to_string(kStartId)).c_str()));
     if (start_ == nullptr) error_ = "the start resource is missing";
   }
   ~Graph() {
     if (start_ != nullptr) start_->release();
-    analysis_->release();
-    vault_->release();
-    std::filesystem::remove_all(directory_);
   }
 
   void fill() {
     sqlite3* db = nullptr;
-    if (sqlite3_open((directory_ + "/.v_imd").c_str(), &db) != SQLITE_OK) abort();
+    if (sqlite3_open(store_.storePath().c_str(), &db) != SQLITE_OK) abort();
     sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
     sqlite3_stmt* resource = nullptr;
     sqlite3_prepare_v2(db,
@@ -113,10 +98,7 @@ class Graph {
     sqlite3_close(db);
   }
 
-  std::string directory_;
-  QzviPluginRegistry registry_;
-  QzvVaultImpl* vault_ = nullptr;
-  QzvImpactAnalysisImpl* analysis_ = nullptr;
+  qzbench::BenchStore store_;
   QzResource* start_ = nullptr;
   std::string error_;
 };
@@ -155,6 +137,15 @@ long oneStepWalk(QzvImpactAnalysisImpl* analysis, QzResource* start, int depth) 
   return found;
 }
 
+// The graph, or null with the benchmark marked as skipped when it could not
+// be made.
+Graph* graphOrSkip(benchmark::State& state) {
+  Graph& graph = Graph::get();
+  if (graph.error().empty()) return &graph;
+  state.SkipWithError(graph.error().c_str());
+  return nullptr;
+}
+
 long closureSize(QzvLineage* lineage, QzResource* start, int depth) {
   QzvLineageList* list = lineage->getDependents(start, depth);
   if (list == nullptr) return -1;
@@ -164,16 +155,13 @@ long closureSize(QzvLineage* lineage, QzResource* start, int depth) {
 }
 
 void BM_Closure(benchmark::State& state) {
-  Graph& graph = Graph::get();
-  if (!graph.error().empty()) {
-    state.SkipWithError(graph.error().c_str());
-    return;
-  }
+  Graph* graph = graphOrSkip(state);
+  if (graph == nullptr) return;
   const int depth = static_cast<int>(state.range(0));
-  QzvLineage* lineage = graph.analysis()->getLineage();
+  QzvLineage* lineage = graph->analysis()->getLineage();
   long size = 0;
   for (auto _ : state) {
-    size = closureSize(lineage, graph.start(), depth);
+    size = closureSize(lineage, graph->start(), depth);
     if (size < 0) {
       state.SkipWithError(lineage->getErrorMessage().asCstr());
       break;
@@ -184,19 +172,16 @@ void BM_Closure(benchmark::State& state) {
 }
 
 void BM_OneStepWalk(benchmark::State& state) {
-  Graph& graph = Graph::get();
-  if (!graph.error().empty()) {
-    state.SkipWithError(graph.error().c_str());
-    return;
-  }
+  Graph* graph = graphOrSkip(state);
+  if (graph == nullptr) return;
   const int depth = static_cast<int>(state.range(0));
   // The closure tells how many resources the walk must find.
-  QzvLineage* lineage = graph.analysis()->getLineage();
-  const long expected = closureSize(lineage, graph.start(), depth);
+  QzvLineage* lineage = graph->analysis()->getLineage();
+  const long expected = closureSize(lineage, graph->start(), depth);
   lineage->release();
   long size = 0;
   for (auto _ : state) {
-    size = oneStepWalk(graph.analysis(), graph.start(), depth);
+    size = oneStepWalk(graph->analysis(), graph->start(), depth);
     if (size != expected) {
       state.SkipWithError("the one-step walk and the closure disagree");
       break;

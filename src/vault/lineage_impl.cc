@@ -94,7 +94,8 @@ const char kOutOfMemory[] = "Out of memory";
 const int kResourceColumns = 5;  // id, name, res_idty, res_type, mod_date
 const int kNearColumn = 5;
 
-// A prepared query and its cursor, both released on scope exit.
+// A prepared query and its cursor, both released on scope exit. A query that
+// could not be prepared fails at start(), with the connection's message.
 class Query {
  public:
   Query(SqliteConnection* connection, const char* sql)
@@ -106,15 +107,25 @@ class Query {
   Query(const Query&) = delete;
   Query& operator=(const Query&) = delete;
 
-  bool prepared() const { return statement_ != nullptr; }
-  void bind(int index, int64_t value) { statement_->bindInt(index, value); }
+  void bind(int index, int64_t value) {
+    if (statement_ != nullptr) statement_->bindInt(index, value);
+  }
+  // Runs the query; false when it was not prepared or does not run.
   bool start() {
+    if (statement_ == nullptr) return false;
     cursor_ = statement_->executeQuery();
     return cursor_ != nullptr;
   }
-  // 1 on a row, 0 at the end, -1 on an error.
+  // After start(): 1 on a row, 0 at the end, -1 on an error.
   int step() { return cursor_->next(); }
-  SqliteCursor* row() const { return cursor_; }
+  // After start(): calls onRow(cursor) for every remaining row; false when a
+  // step fails. Exceptions of onRow pass through.
+  template <typename OnRow>
+  bool forEachRow(OnRow onRow) {
+    int state;
+    while ((state = cursor_->next()) == 1) onRow(cursor_);
+    return state >= 0;
+  }
   // The reason of the last failure, from the statement when there is one.
   QzbString errorMessage() const {
     return statement_ != nullptr ? statement_->getErrorMessage() : connection_->getErrorMessage();
@@ -125,6 +136,16 @@ class Query {
   SqliteStatement* statement_;
   SqliteCursor* cursor_ = nullptr;
 };
+
+// Appends a row to `rows` with the stored columns column(0) to
+// column(kResourceColumns - 1). Throws std::bad_alloc.
+template <typename Column>
+void addResourceRow(QzvItemListImpl* rows, Column column) {
+  if (!rows->addRow()) throw std::bad_alloc();
+  for (int index = 0; index < kResourceColumns; ++index) {
+    rows->setLastRowElement(index, column(index));
+  }
+}
 
 QzbString decimal(int64_t value) {
   char text[32];
@@ -249,6 +270,26 @@ void QzvLineageImpl::fail(const QzbString& message) {
   QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
 }
 
+bool QzvLineageImpl::openStore(QzviImpactStore* store) {
+  QzbString message;
+  if (store->open(nullptr, &message) == QzviImpactStore::kOpened) return true;
+  fail(message);
+  return false;
+}
+
+QzvLineageListImpl* QzvLineageImpl::listResources(QzvItemListImpl* rows,
+                                                  const std::vector<int>& distances) {
+  QzvLineageListImpl* list = new QzvLineageListImpl();
+  for (std::size_t index = 0; rows->next(); ++index) {
+    QzvResourceImpl* made = qzviResourceFromRow(reader_, rows);
+    if (made == nullptr || !list->append(made, distances.empty() ? 0 : distances[index])) {
+      list->release();
+      throw std::bad_alloc();
+    }
+  }
+  return list;
+}
+
 QzvLineageList* QzvLineageImpl::getDependents(QzResource* resource, int maxDepth) {
   return closureList(resource, Direction::kDependents, maxDepth);
 }
@@ -288,23 +329,11 @@ bool QzvLineageImpl::readClosure(QzResource* resource, Direction direction, int 
 
   // A closure only reads: a store that is read-only will do.
   QzviImpactStore store(vault_);
-  QzbString message;
-  if (store.open(nullptr, &message) != QzviImpactStore::kOpened) {
-    fail(message);
-    return false;
-  }
+  if (!openStore(&store)) return false;
   {
     Query exists(store.get(), kSelectResourceById);
-    if (!exists.prepared()) {
-      fail(store->getErrorMessage());
-      return false;
-    }
     exists.bind(0, closure->start);
-    if (!exists.start()) {
-      fail(exists.errorMessage());
-      return false;
-    }
-    const int found = exists.step();
+    const int found = exists.start() ? exists.step() : -1;
     if (found < 0) {
       fail(exists.errorMessage());
       return false;
@@ -326,19 +355,9 @@ bool QzvLineageImpl::readClosure(QzResource* resource, Direction direction, int 
   std::vector<std::pair<int64_t, int64_t>> fetched;  // (near, far)
   {
     Query walk(store.get(), sql);
-    if (!walk.prepared()) {
-      fail(store->getErrorMessage());
-      return false;
-    }
     walk.bind(0, closure->start);
     if (bounded) walk.bind(1, maxDepth);
-    if (!walk.start()) {
-      fail(walk.errorMessage());
-      return false;
-    }
-    int state;
-    while ((state = walk.step()) == 1) {
-      SqliteCursor* row = walk.row();
+    const auto gather = [&](SqliteCursor* row) {
       const int64_t far = row->getInt64(0);
       const int64_t near = row->getInt64(kNearColumn);
       adjacent[near].push_back(far);
@@ -349,8 +368,8 @@ bool QzvLineageImpl::readClosure(QzResource* resource, Direction direction, int 
           stored.columns[column] = row->getText(column);
         }
       }
-    }
-    if (state < 0) {
+    };
+    if (!walk.start() || !walk.forEachRow(gather)) {
       fail(walk.errorMessage());
       return false;
     }
@@ -404,27 +423,16 @@ QzvLineageList* QzvLineageImpl::closureList(QzResource* resource, Direction dire
     }
     std::sort(order.begin(), order.end());
 
-    // The reached rows go through the same row-to-resource step as every
-    // other read of v_imparcs (resolver, macro flag), from an in-memory list.
     QzvItemListImpl* rows = new QzvItemListImpl(kResourceColumns);
     QzviItemListHolder holder(rows);
+    std::vector<int> distances;
+    distances.reserve(order.size());
     for (const auto& entry : order) {
       const Closure::Row& stored = closure.rows.at(entry.second);
-      if (!rows->addRow()) throw std::bad_alloc();
-      for (int column = 0; column < kResourceColumns; ++column) {
-        rows->setLastRowElement(column, stored.columns[column]);
-      }
+      addResourceRow(rows, [&](int column) { return stored.columns[column]; });
+      distances.push_back(entry.first);
     }
-    QzvLineageListImpl* list = new QzvLineageListImpl();
-    for (const auto& entry : order) {
-      rows->next();
-      QzvResourceImpl* made = qzviResourceFromRow(reader_, rows);
-      if (made == nullptr || !list->append(made, entry.first)) {
-        list->release();
-        throw std::bad_alloc();
-      }
-    }
-    return list;
+    return listResources(rows, distances);
   } catch (const std::bad_alloc&) {
     fail(QzbString(kOutOfMemory, true));
     return nullptr;
@@ -445,17 +453,9 @@ QzvLineageEdgeList* QzvLineageImpl::closureEdges(QzResource* resource, Direction
 
 QzvLineageList* QzvLineageImpl::getAllResources() {
   QzviImpactStore store(vault_);
-  QzbString message;
-  if (store.open(nullptr, &message) != QzviImpactStore::kOpened) {
-    fail(message);
-    return nullptr;
-  }
+  if (!openStore(&store)) return nullptr;
   try {
     Query all(store.get(), kSelectAllResources);
-    if (!all.prepared()) {
-      fail(store->getErrorMessage());
-      return nullptr;
-    }
     if (!all.start()) {
       fail(all.errorMessage());
       return nullptr;
@@ -464,26 +464,14 @@ QzvLineageList* QzvLineageImpl::getAllResources() {
     // made by the common row-to-resource step.
     QzvItemListImpl* rows = new QzvItemListImpl(kResourceColumns);
     QzviItemListHolder holder(rows);
-    int state;
-    while ((state = all.step()) == 1) {
-      if (!rows->addRow()) throw std::bad_alloc();
-      for (int column = 0; column < kResourceColumns; ++column) {
-        rows->setLastRowElement(column, all.row()->getText(column));
-      }
-    }
-    if (state < 0) {
+    const auto copy = [&](SqliteCursor* row) {
+      addResourceRow(rows, [&](int column) { return row->getText(column); });
+    };
+    if (!all.forEachRow(copy)) {
       fail(all.errorMessage());
       return nullptr;
     }
-    QzvLineageListImpl* list = new QzvLineageListImpl();
-    while (rows->next()) {
-      QzvResourceImpl* made = qzviResourceFromRow(reader_, rows);
-      if (made == nullptr || !list->append(made, 0)) {
-        list->release();
-        throw std::bad_alloc();
-      }
-    }
-    return list;
+    return listResources(rows, {});
   } catch (const std::bad_alloc&) {
     fail(QzbString(kOutOfMemory, true));
     return nullptr;
@@ -492,27 +480,14 @@ QzvLineageList* QzvLineageImpl::getAllResources() {
 
 QzvLineageEdgeList* QzvLineageImpl::getAllEdges() {
   QzviImpactStore store(vault_);
-  QzbString message;
-  if (store.open(nullptr, &message) != QzviImpactStore::kOpened) {
-    fail(message);
-    return nullptr;
-  }
+  if (!openStore(&store)) return nullptr;
   try {
     Query all(store.get(), kSelectAllEdges);
-    if (!all.prepared()) {
-      fail(store->getErrorMessage());
-      return nullptr;
-    }
-    if (!all.start()) {
-      fail(all.errorMessage());
-      return nullptr;
-    }
     std::vector<QzvLineageEdgeListImpl::Edge> edges;
-    int state;
-    while ((state = all.step()) == 1) {
-      edges.push_back({all.row()->getInt64(0), all.row()->getInt64(1)});
-    }
-    if (state < 0) {
+    const auto collect = [&](SqliteCursor* row) {
+      edges.push_back({row->getInt64(0), row->getInt64(1)});
+    };
+    if (!all.start() || !all.forEachRow(collect)) {
       fail(all.errorMessage());
       return nullptr;
     }

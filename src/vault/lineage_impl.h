@@ -35,6 +35,8 @@
 class QzvVaultImpl;
 class QzvImpactAnalysisImpl;
 class QzvResourceImpl;
+class QzvItemListImpl;
+class QzviImpactStore;
 
 // The deepest limit that the walk with distances in its rows handles; deeper
 // limits walk like "no limit" and are cut in memory.
@@ -124,6 +126,13 @@ class QzvLineageImpl final : public QzvLineage {
   QzvLineageList* closureList(QzResource* resource, Direction direction, int maxDepth);
   QzvLineageEdgeList* closureEdges(QzResource* resource, Direction direction, int maxDepth);
   void fail(const QzbString& message);
+  // Opens the store for reading; false with errorMessage_ set on failure.
+  bool openStore(QzviImpactStore* store);
+  // Makes every row of `rows` (stored v_imparcs columns) a resource, through
+  // the row-to-resource step that every read of v_imparcs shares (resolver,
+  // macro flag), listed with distances[i], or 0 when `distances` is empty.
+  // Throws std::bad_alloc; the list is the caller's.
+  QzvLineageListImpl* listResources(QzvItemListImpl* rows, const std::vector<int>& distances);
 
   QzvVaultImpl* vault_;
   QzvImpactAnalysisImpl* reader_;

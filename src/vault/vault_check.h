@@ -7,7 +7,9 @@
 #ifndef QZVAULT_SRC_VAULT_CHECK_H_
 #define QZVAULT_SRC_VAULT_CHECK_H_
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -54,6 +56,27 @@ class QzviCheckReport {
 
 // `directory` joined with `name` by the platform's separator.
 std::string qzviCheckJoin(const std::string& directory, const std::string& name);
+
+// Runs the query `sql` and calls onRow(cursor) for each of its rows. False
+// with the connection's message in *error when it cannot be read.
+bool qzviCheckSelect(SqliteConnection* db, const char* sql,
+                     const std::function<void(SqliteCursor*)>& onRow, std::string* error);
+
+// A finding whose repair deletes rows: where it is and what it says.
+struct QzviCheckStale {
+  std::string path;
+  std::string detail;
+};
+// Reports every entry of `stale` under `kind`. When repairing, first runs
+// each statement of `deletes` (prepared once) for every entry i, after
+// bind(statement, i) has bound that entry's key, all in one transaction; each
+// detail then ends with `done`, or with "; not repaired: " and the reason
+// ("the database is read only", or the database's message) after a rollback.
+void qzviCheckReportRows(SqliteConnection* db, const char* kind,
+                         const std::vector<QzviCheckStale>& stale,
+                         const std::vector<std::string>& deletes,
+                         const std::function<void(SqliteStatement*, std::size_t)>& bind,
+                         const char* done, QzviCheckReport* report);
 
 // Opens the database file `path` (which exists), runs SQLite's integrity
 // check and, when repairing, rebuilds the indexes of a database that fails

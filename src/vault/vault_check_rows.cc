@@ -3,6 +3,8 @@
 // cached metadata (".v_cmd") of files that are gone or changed since they were
 // read. Removing either loses nothing that still has a file: the cache is
 // read again by the next refresh of the folder.
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <unordered_set>
 #include <utility>
@@ -13,86 +15,44 @@
 
 namespace {
 
-struct NamedRows {
-  std::string name;
-  std::string detail;
+// The rows of a stale name: what the check says of them, and the name that
+// the repair's delete statements bind.
+struct StaleNames {
+  std::vector<QzviCheckStale> found;
+  std::vector<std::string> names;
+
+  void add(const QzviCheckFolder& folder, const std::string& name, std::string detail) {
+    found.push_back({qzviCheckJoin(folder.directory, name), std::move(detail)});
+    names.push_back(name);
+  }
 };
 
-// Deletes the rows of every name of `stale` from `tables` in one
-// transaction, with one statement per table prepared once. True on commit;
-// otherwise rolled back with the reason in *error.
-bool deleteRowsByName(SqliteConnection* db, const std::vector<const char*>& tables,
-                      const std::vector<NamedRows>& stale, std::string* error) {
-  if (db->isReadOnly()) {
-    *error = "the database is read only";
-    return false;
-  }
-  if (!db->exec(QzbString("BEGIN IMMEDIATE TRANSACTION", true), 0)) {
-    *error = db->getErrorMessage().toStdString();
-    return false;
-  }
-  bool ok = true;
+// Reports every name of `stale` under `kind`; a repair deletes its rows from
+// each of `tables` in one transaction.
+void reportAll(const char* kind, const StaleNames& stale, const std::vector<const char*>& tables,
+               SqliteConnection* db, QzviCheckReport* report) {
+  if (stale.found.empty()) return;
+  std::vector<std::string> deletes;
   for (const char* table : tables) {
-    const std::string sql = std::string("DELETE FROM ") + table + " WHERE fname = ?";
-    SqliteStatement* statement = db->prepare(QzbString(sql.c_str()));
-    if (statement == nullptr) {
-      ok = false;
-      break;
-    }
-    for (const NamedRows& rows : stale) {
-      statement->bindText(0, QzbString(rows.name.c_str()));
-      if (!statement->execute(0)) {
-        ok = false;
-        break;
-      }
-    }
-    statement->release();
-    if (!ok) break;
+    deletes.push_back(std::string("DELETE FROM ") + table + " WHERE fname = ?");
   }
-  if (ok && db->exec(QzbString("COMMIT TRANSACTION", true), 0)) return true;
-  *error = db->getErrorMessage().toStdString();
-  db->exec(QzbString("ROLLBACK TRANSACTION", true), 0);
-  return false;
-}
-
-// Reports every entry of `stale` under `kind`, repaired or not.
-void reportAll(const char* kind, const QzviCheckFolder& folder, const std::vector<NamedRows>& stale,
-               const std::vector<const char*>& tables, SqliteConnection* db,
-               QzviCheckReport* report) {
-  if (stale.empty()) return;
-  bool repaired = false;
-  std::string failure;
-  if (report->repair()) repaired = deleteRowsByName(db, tables, stale, &failure);
-  for (const NamedRows& rows : stale) {
-    std::string detail = rows.detail;
-    if (repaired) {
-      detail += "; rows deleted";
-    } else if (report->repair()) {
-      detail += "; not repaired: " + failure;
-    }
-    report->add(kind, qzviCheckJoin(folder.directory, rows.name), detail, repaired);
-  }
+  qzviCheckReportRows(db, kind, stale.found, deletes,
+                      [&](SqliteStatement* statement, std::size_t index) {
+                        statement->bindText(0, QzbString(stale.names[index].c_str()));
+                      },
+                      "; rows deleted", report);
 }
 
 // Runs a query of a text and an integer column and returns its rows; false with the
 // connection's message in *error.
-bool selectNames(SqliteConnection* db, const char* sql, std::vector<std::pair<std::string, int64_t>>* rows,
-                 std::string* error) {
-  SqliteCursor* cursor = db->select(QzbString(sql, true));
-  if (cursor == nullptr) {
-    *error = db->getErrorMessage().toStdString();
-    return false;
-  }
-  int step;
-  while ((step = cursor->next()) == 1) {
-    rows->emplace_back(cursor->getText(0).toStdString(), cursor->getInt64(1));
-  }
-  cursor->release();
-  if (step < 0) {
-    *error = db->getErrorMessage().toStdString();
-    return false;
-  }
-  return true;
+bool selectNames(SqliteConnection* db, const char* sql,
+                 std::vector<std::pair<std::string, int64_t>>* rows, std::string* error) {
+  return qzviCheckSelect(
+      db, sql,
+      [&](SqliteCursor* cursor) {
+        rows->emplace_back(cursor->getText(0).toStdString(), cursor->getInt64(1));
+      },
+      error);
 }
 
 }  // namespace
@@ -113,13 +73,14 @@ void qzviCheckFixedRows(SqliteConnection* db, const QzviCheckFolder& folder,
                 "cannot read the object and attribute rows: " + error, false);
     return;
   }
-  std::vector<NamedRows> stale;
+  StaleNames stale;
   for (const auto& row : names) {
     if (folder.has(row.first)) continue;
-    stale.push_back({row.first, std::to_string(row.second) +
-                                    " fixed metadata row(s) of a name that is not in the folder"});
+    stale.add(folder, row.first,
+              std::to_string(row.second) +
+                  " fixed metadata row(s) of a name that is not in the folder");
   }
-  reportAll(QZV_CHECK_KIND_ORPHAN_METADATA, folder, stale, {"v_object", "v_attr"}, db, report);
+  reportAll(QZV_CHECK_KIND_ORPHAN_METADATA, stale, {"v_object", "v_attr"}, db, report);
 }
 
 void qzviCheckCachedRows(SqliteConnection* db, const QzviCheckFolder& folder,
@@ -138,22 +99,22 @@ void qzviCheckCachedRows(SqliteConnection* db, const QzviCheckFolder& folder,
                 "cannot read the cached file rows: " + error, false);
     return;
   }
-  std::vector<NamedRows> stale;
+  StaleNames stale;
   std::unordered_set<std::string> seen;
   for (const auto& row : cached) {
     if (!seen.insert(row.first).second) continue;  // a name cached twice is judged once
     const auto file = folder.files.find(row.first);
     if (file == folder.files.end()) {
-      stale.push_back({row.first, "cached rows of a file that is gone"});
+      stale.add(folder, row.first, "cached rows of a file that is gone");
     } else if (file->second != row.second) {
-      stale.push_back({row.first, "cached rows of a changed file: cached time stamp " +
-                                      std::to_string(row.second) + ", file time stamp " +
-                                      std::to_string(file->second)});
+      stale.add(folder, row.first,
+                "cached rows of a changed file: cached time stamp " + std::to_string(row.second) +
+                    ", file time stamp " + std::to_string(file->second));
     }
   }
   for (const auto& row : attributes) {
     if (folder.files.count(row.first) != 0) continue;
-    stale.push_back({row.first, "cached attribute rows of a file that is gone"});
+    stale.add(folder, row.first, "cached attribute rows of a file that is gone");
   }
-  reportAll(QZV_CHECK_KIND_STALE_CACHE, folder, stale, {"v_file", "v_attr"}, db, report);
+  reportAll(QZV_CHECK_KIND_STALE_CACHE, stale, {"v_file", "v_attr"}, db, report);
 }

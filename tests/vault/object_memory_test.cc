@@ -4,8 +4,6 @@
 // the k-th call; every k is tried until an operation meets no failure. Each
 // run must end cleanly, with a message where it fails, and leave file and
 // metadata consistent.
-#include <atomic>
-#include <functional>
 #include <new>
 #include <set>
 #include <string>
@@ -15,28 +13,15 @@
 #include "object_impl.h"
 #include "qzvault/attribute.h"
 #include "qzvault/item_list.h"
+#include "support/failing_new.h"
 #include "support/temp_dir.h"
 #include "object_test_util.h"
 
-namespace {
-std::atomic<int> g_nothrowCalls{0};
-std::atomic<int> g_failAt{0};  // 0: never fail
-
-void* allocate(std::size_t size, bool array) noexcept {
-  if (g_failAt.load() > 0 && ++g_nothrowCalls == g_failAt.load()) return nullptr;
-  try {
-    return array ? ::operator new[](size) : ::operator new(size);
-  } catch (...) {
-    return nullptr;
-  }
-}
-}  // namespace
-
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size, false);
+  return qztest::failingNothrowAllocate(size, false);
 }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size, true);
+  return qztest::failingNothrowAllocate(size, true);
 }
 
 namespace {
@@ -46,32 +31,6 @@ using qztest::own;
 using qztest::Owned;
 using qztest::Rows;
 using qztest::S;
-
-// Runs `operation` with the k-th non-throwing allocation failing, k = 1, 2,
-// ... until a run meets no failure (which must then succeed). `operation`
-// returns whether it succeeded and leaves its failure text in *message.
-// Returns the messages of the failed runs.
-std::set<std::string> sweep(const std::function<bool(std::string*)>& operation) {
-  std::set<std::string> messages;
-  for (int k = 1; k < 500; ++k) {
-    g_nothrowCalls = 0;
-    g_failAt = k;
-    std::string message;
-    const bool ok = operation(&message);
-    const bool fired = g_nothrowCalls.load() >= k;
-    g_failAt = 0;
-    if (!fired) {
-      EXPECT_TRUE(ok) << "without a failure at k=" << k << ": " << message;
-      return messages;
-    }
-    if (!ok) {
-      EXPECT_FALSE(message.empty()) << "k=" << k;
-      messages.insert(message);
-    }
-  }
-  ADD_FAILURE() << "the operation kept allocating";
-  return messages;
-}
 
 class ObjectMemory : public qztest::ObjectTest {
  protected:
@@ -84,7 +43,7 @@ class ObjectMemory : public qztest::ObjectTest {
 
 TEST_F(ObjectMemory, AttributeListing) {
   auto object = open("plan.txt");
-  const std::set<std::string> messages = sweep([&](std::string* message) {
+  const std::set<std::string> messages = qztest::sweepAllocationFailures([&](std::string* message) {
     QzvItemList* list = object->getAttrList();
     *message = object->getErrorMessage().toStdString();
     if (list == nullptr) return false;
@@ -96,7 +55,7 @@ TEST_F(ObjectMemory, AttributeListing) {
 
 TEST_F(ObjectMemory, AttributeLookUp) {
   auto object = open("plan.txt");
-  const std::set<std::string> messages = sweep([&](std::string* message) {
+  const std::set<std::string> messages = qztest::sweepAllocationFailures([&](std::string* message) {
     QzvAttribute* attribute = object->getAttribute(S("Owner"));
     *message = object->getErrorMessage().toStdString();
     if (attribute == nullptr) return false;
@@ -109,7 +68,7 @@ TEST_F(ObjectMemory, AttributeLookUp) {
 
 TEST_F(ObjectMemory, Analysis) {
   auto object = open("plan.txt");
-  sweep([&](std::string* message) {
+  qztest::sweepAllocationFailures([&](std::string* message) {
     object->setErrorMessage(S(""));
     const bool ok = object->analyzeImpact(nullptr);
     *message = object->getErrorMessage().toStdString();
@@ -136,11 +95,9 @@ TEST(ObjectMemoryChanges, FileRenameAndDeleteEndConsistent) {
       qztest::execute(db, "INSERT INTO v_object (fname, name) VALUES ('a.txt', 'Alpha')");
       auto object = qztest::openObject(vault.get(), dir.join("a.txt"));
       ASSERT_NE(object, nullptr);
-      g_nothrowCalls = 0;
-      g_failAt = k;
+      qztest::failNothrowAllocation(k);
       const bool ok = rename ? object->fileRename(S("b.txt")) : object->deleteSelf();
-      const bool fired = g_nothrowCalls.load() >= k;
-      g_failAt = 0;
+      const bool fired = qztest::stopFailingNothrowAllocation();
       SCOPED_TRACE(std::string(rename ? "fileRename" : "deleteSelf") + ", allocation " +
                    std::to_string(k));
       const Rows names = qztest::query(db, "SELECT fname, name FROM v_object");

@@ -4,8 +4,6 @@
 // operation is run once for every k until it no longer meets a failure; each
 // run must end cleanly (a result, or null/false with a message), and the
 // files on disk must be untouched.
-#include <atomic>
-#include <functional>
 #include <new>
 #include <set>
 #include <string>
@@ -13,28 +11,15 @@
 #include <gtest/gtest.h>
 
 #include "folder_impl.h"
+#include "support/failing_new.h"
 #include "support/temp_dir.h"
 #include "vault_test_util.h"
 
-namespace {
-std::atomic<int> g_nothrowCalls{0};
-std::atomic<int> g_failAt{0};  // 0: never fail
-
-void* allocate(std::size_t size, bool array) noexcept {
-  if (g_failAt.load() > 0 && ++g_nothrowCalls == g_failAt.load()) return nullptr;
-  try {
-    return array ? ::operator new[](size) : ::operator new(size);
-  } catch (...) {
-    return nullptr;
-  }
-}
-}  // namespace
-
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size, false);
+  return qztest::failingNothrowAllocate(size, false);
 }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size, true);
+  return qztest::failingNothrowAllocate(size, true);
 }
 
 namespace {
@@ -43,32 +28,6 @@ using qztest::own;
 using qztest::S;
 using qztest::ScopedVault;
 using qztest::TempDir;
-
-// Runs `operation` with the k-th non-throwing allocation failing, for k = 1,
-// 2, ... until a run meets no failure (which must then succeed). `operation`
-// returns whether it succeeded and leaves its failure text in *message.
-// Returns the messages of the failed runs.
-std::set<std::string> sweep(const std::function<bool(std::string*)>& operation) {
-  std::set<std::string> messages;
-  for (int k = 1; k < 500; ++k) {
-    g_nothrowCalls = 0;
-    g_failAt = k;
-    std::string message;
-    const bool ok = operation(&message);
-    const bool fired = g_nothrowCalls.load() >= k;
-    g_failAt = 0;
-    if (!fired) {
-      EXPECT_TRUE(ok) << "without a failure at k=" << k << ": " << message;
-      return messages;
-    }
-    if (!ok) {
-      EXPECT_FALSE(message.empty()) << "k=" << k;
-      messages.insert(message);
-    }
-  }
-  ADD_FAILURE() << "the operation kept allocating";
-  return messages;
-}
 
 class VaultMemory : public ::testing::Test {
  protected:
@@ -85,7 +44,7 @@ class VaultMemory : public ::testing::Test {
 };
 
 TEST_F(VaultMemory, ObjectListing) {
-  const std::set<std::string> messages = sweep([&](std::string* message) {
+  const std::set<std::string> messages = qztest::sweepAllocationFailures([&](std::string* message) {
     ScopedVault vault(dir_.path());  // a new vault each time: the refresh runs too
     auto folder = own(vault->getRootFolder());
     if (folder == nullptr) {
@@ -103,7 +62,7 @@ TEST_F(VaultMemory, ObjectListing) {
 }
 
 TEST_F(VaultMemory, FolderListingAndCount) {
-  const std::set<std::string> messages = sweep([&](std::string* message) {
+  const std::set<std::string> messages = qztest::sweepAllocationFailures([&](std::string* message) {
     ScopedVault vault(dir_.path());
     auto folder = own(vault->getRootFolder());
     if (folder == nullptr) {
@@ -126,7 +85,7 @@ TEST_F(VaultMemory, FolderListingAndCount) {
 }
 
 TEST_F(VaultMemory, Navigation) {
-  const std::set<std::string> messages = sweep([&](std::string* message) {
+  const std::set<std::string> messages = qztest::sweepAllocationFailures([&](std::string* message) {
     ScopedVault vault(dir_.path());
     auto root = own(vault->getRootFolder());
     if (root == nullptr) {
@@ -159,7 +118,7 @@ TEST_F(VaultMemory, Navigation) {
 }
 
 TEST_F(VaultMemory, StockFoldersObjectsAndUuid) {
-  const std::set<std::string> messages = sweep([&](std::string* message) {
+  const std::set<std::string> messages = qztest::sweepAllocationFailures([&](std::string* message) {
     ScopedVault vault(dir_.path());
     auto stock = own(vault->getStockFolder(13, true));
     if (stock == nullptr) {
@@ -183,7 +142,7 @@ TEST_F(VaultMemory, StockFoldersObjectsAndUuid) {
 
 TEST_F(VaultMemory, ObjectCreation) {
   int made = 0;
-  const std::set<std::string> messages = sweep([&](std::string* message) {
+  const std::set<std::string> messages = qztest::sweepAllocationFailures([&](std::string* message) {
     ScopedVault vault(dir_.path());
     auto root = own(vault->getRootFolder());
     if (root == nullptr) {
