@@ -287,33 +287,10 @@ bool QzvFolderImpl::setModifiedByUser(const QzbString& /*user*/) {
   if (traced) {
     QZVI_LOG(logger, QZLOG_TRACE, "Entering setModifiedByUser on folder \"%s\".", path_.asCstr());
   }
-  if (np_fio_stat(path_.asCstr(), nullptr) != NP_OK) {
-    errorMessage_ = qzbStringFormat("Folder %s is not accessible", path_.asCstr());
-    QZVI_LOG_TEXT(logger, QZLOG_WARN, errorMessage_.asCstr());
-    return false;
-  }
-  MemDBCache& cache = vault_->dbCache();
-  QzviDBHandle db(qzviOpenDB(path_, QZVI_FIXED_METADATA_FILE, nullptr, cache), cache);
-  if (!db) {
-    errorMessage_ =
-        qzbStringFormat("Error opening/creating fixed metadata file in %s", path_.asCstr());
-    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
-  if (db->isReadOnly()) {
-    errorMessage_ = qzbStringFormat("File %s is read only", path_.asCstr());
-    QZVI_LOG_TEXT(logger, QZLOG_WARN, errorMessage_.asCstr());
-    return false;
-  }
-
-  QzvItemList* rows =
-      qzviParamSelect(db.get(), QzbString("SELECT * from v_attr WHERE fname is NULL", true), 0);
-  if (rows == nullptr) {
-    errorMessage_ = db->getErrorMessage();
-    db.close();
-    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
+  QzviDBHandle db(openFixedForStamps(path_, "File %s is read only", nullptr), vault_->dbCache());
+  if (!db) return false;
+  QzvItemList* rows = selectFolderRows(db, "SELECT * from v_attr WHERE fname is NULL", 0, nullptr);
+  if (rows == nullptr) return false;
   bool hasUser = false;
   bool hasDate = false;
   while (rows->next()) {
@@ -381,35 +358,12 @@ bool QzvFolderImpl::setCreatedByUserOnFolder(const QzvFolder* folder, const QzbS
   const QzbString path = folder->getPath();
   QZVI_LOG(logger, QZLOG_TRACE, "Entering setCreatedByUserOnFolder on folder \"%s\".",
            path.asCstr());
-  if (np_fio_stat(path.asCstr(), nullptr) != NP_OK) {
-    errorMessage_ = qzbStringFormat("Folder %s is not accessible", path.asCstr());
-    QZVI_LOG_TEXT(logger, QZLOG_WARN, errorMessage_.asCstr());
-    return false;
-  }
-  MemDBCache& cache = vault_->dbCache();
-  QzviDBHandle db(qzviOpenDB(path, QZVI_FIXED_METADATA_FILE, nullptr, cache), cache);
-  if (!db) {
-    errorMessage_ =
-        qzbStringFormat("Error opening/creating fixed metadata file in %s", path.asCstr());
-    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
-  if (db->isReadOnly()) {
-    errorMessage_ = qzbStringFormat("Folder %s is read only", path.asCstr());
-    QZVI_LOG_TEXT(logger, QZLOG_WARN, errorMessage_.asCstr());
-    return false;
-  }
-
+  QzviDBHandle db(openFixedForStamps(path, "Folder %s is read only", nullptr), vault_->dbCache());
+  if (!db) return false;
   const QzbDatavar creator(QZVI_ATTR_CREATOR);
-  QzvItemList* rows = qzviParamSelect(
-      db.get(), QzbString("SELECT * from v_attr WHERE fname is NULL and attr = ?", true), 1,
-      &creator);
-  if (rows == nullptr) {
-    errorMessage_ = db->getErrorMessage();
-    db.close();
-    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
+  QzvItemList* rows =
+      selectFolderRows(db, "SELECT * from v_attr WHERE fname is NULL and attr = ?", 1, &creator);
+  if (rows == nullptr) return false;
   const bool hasCreator = rows->next();
   rows->release();
 
@@ -459,37 +413,14 @@ bool QzvFolderImpl::refreshFolderAttributes() {
   QZVI_LOG(logger, QZLOG_TRACE, "Entering refreshFolderAttributes on folder \"%s\".",
            path_.asCstr());
   NpStat status;
-  if (np_fio_stat(path_.asCstr(), &status) != NP_OK) {
-    errorMessage_ = qzbStringFormat("Folder %s is not accessible", path_.asCstr());
-    QZVI_LOG_TEXT(logger, QZLOG_WARN, errorMessage_.asCstr());
-    return false;
-  }
+  QzviDBHandle db(openFixedForStamps(path_, "File %s is read only", &status), vault_->dbCache());
+  if (!db) return false;
   // The first time of the stat record: the status-change time, the nearest
   // the platform comes to the directory's creation.
   const unsigned long directoryTime = static_cast<unsigned long>(status.ctime);
 
-  MemDBCache& cache = vault_->dbCache();
-  QzviDBHandle db(qzviOpenDB(path_, QZVI_FIXED_METADATA_FILE, nullptr, cache), cache);
-  if (!db) {
-    errorMessage_ =
-        qzbStringFormat("Error opening/creating fixed metadata file in %s", path_.asCstr());
-    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
-  if (db->isReadOnly()) {
-    errorMessage_ = qzbStringFormat("File %s is read only", path_.asCstr());
-    QZVI_LOG_TEXT(logger, QZLOG_WARN, errorMessage_.asCstr());
-    return false;
-  }
-
-  QzvItemList* rows =
-      qzviParamSelect(db.get(), QzbString("SELECT * from v_attr WHERE fname is null", true), 0);
-  if (rows == nullptr) {
-    errorMessage_ = db->getErrorMessage();
-    db.close();
-    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
+  QzvItemList* rows = selectFolderRows(db, "SELECT * from v_attr WHERE fname is null", 0, nullptr);
+  if (rows == nullptr) return false;
   // A row holding 0 or a non-number reads as 0 and counts as absent, so a
   // second row is inserted beside it.
   unsigned long storedCreation = 0;
@@ -552,4 +483,43 @@ bool QzvFolderImpl::refreshFolderAttributes() {
   QZVI_LOG(logger, QZLOG_TRACE, "Exiting refreshFolderAttributes on folder \"%s\".",
            path_.asCstr());
   return true;
+}
+
+// ---------------------------------------------------------------------------
+// Shared first steps of the stamp writes
+
+SqliteConnection* QzvFolderImpl::openFixedForStamps(const QzbString& path,
+                                                    const char* readOnlyFormat, NpStat* status) {
+  QzLogger* logger = vault_->logger();
+  if (np_fio_stat(path.asCstr(), status) != NP_OK) {
+    errorMessage_ = qzbStringFormat("Folder %s is not accessible", path.asCstr());
+    QZVI_LOG_TEXT(logger, QZLOG_WARN, errorMessage_.asCstr());
+    return nullptr;
+  }
+  MemDBCache& cache = vault_->dbCache();
+  SqliteConnection* db = qzviOpenDB(path, QZVI_FIXED_METADATA_FILE, nullptr, cache);
+  if (db == nullptr) {
+    errorMessage_ =
+        qzbStringFormat("Error opening/creating fixed metadata file in %s", path.asCstr());
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return nullptr;
+  }
+  if (db->isReadOnly()) {
+    errorMessage_ = qzbStringFormat(readOnlyFormat, path.asCstr());
+    QZVI_LOG_TEXT(logger, QZLOG_WARN, errorMessage_.asCstr());
+    qzviCloseDB(db, cache);
+    return nullptr;
+  }
+  return db;
+}
+
+QzvItemList* QzvFolderImpl::selectFolderRows(QzviDBHandle& db, const char* sql, int parameterCount,
+                                             const QzbDatavar* parameter) {
+  QzvItemList* rows = qzviParamSelect(db.get(), QzbString(sql, true), parameterCount, parameter);
+  if (rows == nullptr) {
+    errorMessage_ = db->getErrorMessage();
+    db.close();
+    QZVI_LOG_TEXT(vault_->logger(), QZLOG_ERROR, errorMessage_.asCstr());
+  }
+  return rows;
 }

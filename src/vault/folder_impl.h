@@ -14,6 +14,9 @@
 #include "qzbase/string.h"
 #include "qzvault/folder.h"
 #include "folder_lock.h"
+#include "metadata_db.h"
+#include "qzbase/datavar.h"
+#include "qzbase/platform.h"
 
 class QzvVaultImpl;
 
@@ -76,6 +79,18 @@ class QzvFolderImpl final : public QzvFolder {
 
  private:
   ~QzvFolderImpl() override;
+
+  // The first steps of every stamp write on the folder at `path`: the
+  // directory must exist (its stat goes to `status` when not null), its
+  // ".v_fmd" must open and must not be read-only (`readOnlyFormat` names the
+  // path in that message). On failure sets and logs the message and returns
+  // null; otherwise the caller owns the connection.
+  SqliteConnection* openFixedForStamps(const QzbString& path, const char* readOnlyFormat,
+                                       NpStat* status);
+  // Selects the folder's own rows; on failure takes the database's message,
+  // closes `db`, logs and returns null.
+  QzvItemList* selectFolderRows(QzviDBHandle& db, const char* sql, int parameterCount,
+                                const QzbDatavar* parameter);
 
   QzbString errorMessage_;
   QzviFolderLock* lockHandle_;

@@ -28,6 +28,7 @@
 #include "impact_store.h"
 #include "metadata_db.h"
 #include "resource_impl.h"
+#include "statements.h"
 #include "vault_impl.h"
 
 namespace {
@@ -151,4 +152,28 @@ bool QzvImpactAnalysisImpl::startTransaction(SqliteConnection* connection, QzbSt
     if (beginTransaction(connection, true, &busy, error)) return true;
   }
   return false;
+}
+
+bool QzvImpactAnalysisImpl::commitOrFail(SqliteConnection* store) {
+  if (store->exec(QzbString("COMMIT TRANSACTION", true), 0)) return true;
+  errorMessage_ = store->getErrorMessage();
+  QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
+  return false;
+}
+
+bool QzvImpactAnalysisImpl::updateResourceRow(SqliteConnection* store, const char* sql,
+                                              const char* failurePrefix, const QzbDatavar& value,
+                                              const QzbDatavar& id) {
+  if (!startTransaction(store, &errorMessage_)) {
+    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
+    return false;
+  }
+  if (!qzviParamExec(store, QzbString(sql, true), 2, &value, &id)) {
+    errorMessage_ = QzbString(failurePrefix, true);
+    errorMessage_.append(store->getErrorMessage());
+    qzviRollback(store, logger_);
+    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
+    return false;
+  }
+  return commitOrFail(store);
 }

@@ -91,6 +91,15 @@ class QzvImpactAnalysisImpl final : public QzvImpactAnalysis {
  private:
   ~QzvImpactAnalysisImpl();  // the interfaces have no virtual destructor
 
+  // Commits the transaction open on `store`; on failure keeps the store's
+  // message, logs it and returns false.
+  bool commitOrFail(SqliteConnection* store);
+  // Runs `sql` (an UPDATE taking the new value, then the resource id) in a
+  // transaction of its own. On failure the message is `failurePrefix`
+  // followed by the store's message, and the transaction is rolled back.
+  bool updateResourceRow(SqliteConnection* store, const char* sql, const char* failurePrefix,
+                         const QzbDatavar& value, const QzbDatavar& id);
+
   QzvVaultImpl* vault_;
   QzbString errorMessage_;
   QzResourceResolver* resolver_;

@@ -11,7 +11,6 @@
 
 namespace {
 
-const char kCommit[] = "COMMIT TRANSACTION";
 const char kUpdateDate[] = "UPDATE v_imparcs SET mod_date = ? WHERE id = ?";
 const char kUpdateName[] = "UPDATE v_imparcs SET name = ? WHERE id = ?";
 const char kCountUsed[] =
@@ -48,22 +47,7 @@ bool QzvImpactAnalysisImpl::setAnalysisDate(QzResource* resource, const QzbDate&
   }
   const QzbDatavar dateValue(date);
   const QzbDatavar id(resource->getId());
-  if (!startTransaction(store.get(), &errorMessage_)) {
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
-  if (!qzviParamExec(store.get(), QzbString(kUpdateDate, true), 2, &dateValue, &id)) {
-    errorMessage_ = QzbString(kDateUpdateFailed, true);
-    errorMessage_.append(store->getErrorMessage());
-    qzviRollback(store.get(), logger_);
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
-  if (!store->exec(QzbString(kCommit, true), 0)) {
-    errorMessage_ = store->getErrorMessage();
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
+  if (!updateResourceRow(store.get(), kUpdateDate, kDateUpdateFailed, dateValue, id)) return false;
   // The resource object itself keeps the date it was read with.
   return true;
 }
@@ -81,22 +65,7 @@ bool QzvImpactAnalysisImpl::renameResource(const QzbString& type, const QzbStrin
   const QzbDatavar nameValue(newName);
   const QzbDatavar id(resource->getId());
   resource->release();
-  if (!startTransaction(store.get(), &errorMessage_)) {
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
-  if (!qzviParamExec(store.get(), QzbString(kUpdateName, true), 2, &nameValue, &id)) {
-    errorMessage_ = QzbString(kNameUpdateFailed, true);
-    errorMessage_.append(store->getErrorMessage());
-    qzviRollback(store.get(), logger_);
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
-  if (!store->exec(QzbString(kCommit, true), 0)) {
-    errorMessage_ = store->getErrorMessage();
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
+  if (!updateResourceRow(store.get(), kUpdateName, kNameUpdateFailed, nameValue, id)) return false;
   return true;
 }
 
@@ -139,9 +108,8 @@ bool QzvImpactAnalysisImpl::removeResourceIfNotUsed(QzResource* resource) {
     errorMessage_ = store->getErrorMessage();
     QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
     qzviRollback(store.get(), logger_);
-  } else if (!store->exec(QzbString(kCommit, true), 0)) {
-    errorMessage_ = store->getErrorMessage();
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
+  } else {
+    commitOrFail(store.get());
   }
   // Whatever became of the delete, the clean-up decides the result.
   return removeUnusedResources();
@@ -197,11 +165,7 @@ bool QzvImpactAnalysisImpl::removeUnusedResources() {
     QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
-  if (!store->exec(QzbString(kCommit, true), 0)) {
-    errorMessage_ = store->getErrorMessage();
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
+  if (!commitOrFail(store.get())) return false;
   return true;
 }
 
@@ -223,11 +187,7 @@ bool QzvImpactAnalysisImpl::removeResources() {
     QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
-  if (!store->exec(QzbString(kCommit, true), 0)) {
-    errorMessage_ = store->getErrorMessage();
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
+  if (!commitOrFail(store.get())) return false;
   return true;
 }
 

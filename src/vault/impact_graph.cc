@@ -38,7 +38,6 @@ const char kSelectUsed[] =
 const char kSelectByType[] = "SELECT * FROM v_imparcs WHERE res_type = ?";
 const char kSelectAll[] = "SELECT * FROM v_imparcs";
 const char kSelectTypes[] = "SELECT DISTINCT res_type FROM v_imparcs";
-const char kCommit[] = "COMMIT TRANSACTION";
 const char kNoDependentList[] = "No list of dependent resources was given";
 
 // Hashes QzbString through its own hash.
@@ -157,11 +156,7 @@ bool QzvImpactAnalysisImpl::addDependentResourcesInternal(QzResource* used,
     QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
-  if (!store->exec(QzbString(kCommit, true), 0)) {
-    errorMessage_ = store->getErrorMessage();
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
+  if (!commitOrFail(store.get())) return false;
   return true;
 }
 
@@ -190,11 +185,7 @@ bool QzvImpactAnalysisImpl::removeDependentResources(QzResource* resource) {
     qzviRollback(store.get(), logger_);
     return false;
   }
-  if (!store->exec(QzbString(kCommit, true), 0)) {
-    errorMessage_ = store->getErrorMessage();
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
+  if (!commitOrFail(store.get())) return false;
   return true;
 }
 

@@ -20,7 +20,6 @@ namespace {
 const char kSelectByTypeAndIdentity[] = "SELECT * FROM v_imparcs WHERE res_type=? AND res_idty=?";
 const char kSelectById[] = "SELECT * FROM v_imparcs WHERE id=?";
 const char kInsertResource[] = "INSERT INTO v_imparcs (name, res_idty, res_type) VALUES(?,?,?)";
-const char kCommit[] = "COMMIT TRANSACTION";
 
 const char kFileType[] = "File";
 const char kDatabaseType[] = "Database";
@@ -153,11 +152,7 @@ QzResource* QzvImpactAnalysisImpl::createResource(const QzbString& name, const Q
     return nullptr;
   }
   id.assign(getLastId(store.get()));
-  if (!store->exec(QzbString(kCommit, true), 0)) {
-    errorMessage_ = store->getErrorMessage();
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-    return nullptr;
-  }
+  if (!commitOrFail(store.get())) return nullptr;
 
   QzviItemListHolder rows(qzviParamSelect(store.get(), QzbString(kSelectById, true), 1, &id));
   if (!rows) {
