@@ -19,7 +19,7 @@
 
 #include <gtest/gtest.h>
 
-#include "plugin_registry.h"
+#include "plugin_loader.h"
 #include "plugins/test_meta_counters.h"
 #include "qzbase/string.h"
 

@@ -12,14 +12,14 @@
 #include "file_list.h"
 #include "item_list_impl.h"
 #include "metadata_db.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 std::string qzviCheckJoin(const std::string& directory, const std::string& name) {
   if (!directory.empty() && directory.back() == '/') return directory + name;
   return directory + "/" + name;
 }
 
-QzvVaultCheckImpl::QzvVaultCheckImpl(QzvVaultImpl* vault)
+QzvVaultCheckImpl::QzvVaultCheckImpl(QzviVaultContext* vault)
     : vault_(vault), logger_(vault->logger()) {}
 
 void QzvVaultCheckImpl::release() { delete this; }
@@ -127,13 +127,4 @@ QzvItemList* QzvVaultCheckImpl::check(bool repair) {
     list->setLastRowElement(QZV_CHECK_COL_REPAIRED, QzbString(finding.repaired ? "1" : "0"));
   }
   return list;
-}
-
-QzvVaultCheck* QzvVaultImpl::getVaultCheck() {
-  QzvVaultCheckImpl* check = new (std::nothrow) QzvVaultCheckImpl(this);
-  if (check == nullptr) {
-    errorMessage_ = QzbString("Out of memory", true);
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
-  }
-  return check;
 }

@@ -4,8 +4,8 @@
 //
 // Each repair of rows runs in one transaction per database and concern; a
 // repair of files is one removal per file. Internal; one thread at a time.
-#ifndef QZVAULT_SRC_VAULT_CHECK_H_
-#define QZVAULT_SRC_VAULT_CHECK_H_
+#ifndef QZVAULT_SRC_CHECK_VAULT_CHECK_H_
+#define QZVAULT_SRC_CHECK_VAULT_CHECK_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -19,7 +19,7 @@
 #include "qzbase/string.h"
 #include "qzvault/check.h"
 
-class QzvVaultImpl;
+class QzviVaultContext;
 
 struct QzviCheckFinding {
   const char* kind;  // a QZV_CHECK_KIND_* text
@@ -103,7 +103,7 @@ void qzviCheckLineageStore(SqliteConnection* db, const std::string& path,
 class QzvVaultCheckImpl final : public QzvVaultCheck {
  public:
   // `vault` must outlive the check.
-  explicit QzvVaultCheckImpl(QzvVaultImpl* vault);
+  explicit QzvVaultCheckImpl(QzviVaultContext* vault);
 
   void release() override;
   QzbString getErrorMessage() override;
@@ -118,9 +118,9 @@ class QzvVaultCheckImpl final : public QzvVaultCheck {
                          std::vector<std::string>* subdirectories, QzbString* error);
   void checkFolder(const QzviCheckFolder& folder, bool isRoot, QzviCheckReport* report);
 
-  QzvVaultImpl* vault_;
+  QzviVaultContext* vault_;
   QzLogger* logger_;
   QzbString errorMessage_;
 };
 
-#endif  // QZVAULT_SRC_VAULT_CHECK_H_
+#endif  // QZVAULT_SRC_CHECK_VAULT_CHECK_H_

@@ -9,7 +9,7 @@
 #include "qzbase/platform.h"
 #include "qzvault/entry.h"
 #include "debug_log.h"
-#include "plugin_registry.h"
+#include "plugin_loader.h"
 #include "vault_impl.h"
 
 namespace {

@@ -1,91 +1,26 @@
-// QzvVaultImpl: construction, the stock-folder table, path helpers, the
-// folder-time map, and what the vault hands out: the root folder, stock
-// folders, stock objects, impact-analysis objects and the vault's UUID.
+// QzvVaultImpl: construction, path helpers, and what the vault hands out: the
+// root folder, stock folders, stock objects, impact-analysis objects, the
+// vault check and the vault's UUID.
 #include "vault_impl.h"
 
 #include <new>
 
 #include "cache_refresh.h"
 #include "debug_log.h"
-#include "file_list.h"
 #include "folder_impl.h"
 #include "impact_analysis_impl.h"
+#include "vault_check.h"
 #include "metadata_db.h"
 #include "qzbase/datavar.h"
 #include "qzbase/path.h"
 #include "qzbase/platform.h"
 #include "statements.h"
 
-namespace {
-
-struct StockFolderRow {
-  const char* relativePath;  // components separated by a backslash, as stored
-  const char* filter;        // extensions without dot, ";"-separated; "" admits all
-};
-
-// The stock folders of a vault, by id (docs/file-types.md).
-const StockFolderRow kStockFolders[QZVI_STOCK_FOLDER_COUNT] = {
-    {"Jobs\\Definitions", "job.def"},
-    {"Jobs\\Templates", "job.tpl"},
-    {"Reports\\Definitions", "rpt.def"},
-    {"Reports\\Templates", "rpt.tpl"},
-    {"Reports\\Output", "pdf;html;csv"},
-    {"Schedules", "sch.def;sch.tpl"},
-    {"ReferenceData\\Tables", "ref.def;csv"},
-    {"ReferenceData\\Templates", "ref.tpl"},
-    {"Mappings", "map.def;map.tpl"},
-    {"Queries", "qry.def;qry.tpl;sql"},
-    {"Scripts", "sh;py;sql"},
-    {"Logs", "log"},
-    {"Data", "csv;txt;dat"},
-    {"Shared", ""},
-    {"Archive\\Jobs", "job.def;job.tpl"},
-    {"Archive\\Reports", "rpt.def;rpt.tpl"},
-};
-
-bool isStockFolderId(int id) {
-  // Compared unsigned, so that negative ids are out of range too.
-  return static_cast<unsigned>(id) < QZVI_STOCK_FOLDER_COUNT;
-}
-
-// Holds the folder-time lock for a scope; a vault without a lock (its
-// creation failed) works unguarded.
-class FolderTimeGuard {
- public:
-  explicit FolderTimeGuard(QzLock* lock) : lock_(lock) {
-    held_ = lock_ != nullptr && qzLockGet(lock_, 1, 1) == 0;
-  }
-  ~FolderTimeGuard() {
-    if (held_) qzLockRelease(lock_);
-  }
-  FolderTimeGuard(const FolderTimeGuard&) = delete;
-  FolderTimeGuard& operator=(const FolderTimeGuard&) = delete;
-
- private:
-  QzLock* lock_;
-  bool held_;
-};
-
-}  // namespace
-
 QzvVaultImpl::QzvVaultImpl(const QzbString& rootPath, QzviPluginRegistry* plugins,
                            const QzbString& pluginPath)
-    : logger_(qzviVaultLogger()),
-      folderTimeLock_(nullptr),
-      rootPath_(qzviStringTrailingSlash(rootPath)),
-      pluginPath_(pluginPath),
-      plugins_(plugins) {
-  folderTimeLock_ = qzLockCreate(0, 1);
-  if (folderTimeLock_ == nullptr) {
-    QZVI_LOG(logger_, QZLOG_FATAL, "Failed to create folder modified lock");
-  }
-}
+    : QzviVaultContext(this, rootPath, plugins, pluginPath) {}
 
-QzvVaultImpl::~QzvVaultImpl() {
-  folderTimes_.clear();
-  qzLockDestroy(folderTimeLock_);
-  // dbCache_ closes its connections as it is destroyed.
-}
+QzvVaultImpl::~QzvVaultImpl() = default;
 
 void QzvVaultImpl::release() { delete this; }
 
@@ -97,48 +32,6 @@ QzbString QzvVaultImpl::buildPath(const QzbString& path, const QzbString& name) 
 
 QzbString QzvVaultImpl::parsePath(const QzbString& path, QzbString* name) {
   return qzbParsePath(path, name);
-}
-
-QzbString QzvVaultImpl::getStockFilterString(int id) {
-  if (!isStockFolderId(id)) return QzbString();
-  return QzbString(kStockFolders[id].filter, true);
-}
-
-QzbString QzvVaultImpl::getStockFolderRelativePath(int id) {
-  if (!isStockFolderId(id)) return QzbString();
-  return QzbString(kStockFolders[id].relativePath, true);
-}
-
-QzbString QzvVaultImpl::getPluginPath() const { return pluginPath_; }
-
-bool QzvVaultImpl::doesFolderNeedCachedRefreshed(const QzbString& directory) {
-  if (directory.isEmpty()) return true;
-  NpStat status;
-  if (np_fio_stat(directory.asCstr(), &status) != 0) {
-    QZVI_LOG(logger_, QZLOG_WARN, "Folder %s is not accessible to determine refresh status",
-             directory.asCstr());
-    return true;
-  }
-  int64_t recorded = 0;
-  {
-    FolderTimeGuard guard(folderTimeLock_);
-    const auto entry = folderTimes_.find(directory);
-    if (entry != folderTimes_.end()) recorded = entry->second;
-  }
-  return recorded != status.mtime;
-}
-
-bool QzvVaultImpl::updateFolderCachedDate(const QzbString& directory) {
-  if (directory.isEmpty()) return true;
-  NpStat status;
-  if (np_fio_stat(directory.asCstr(), &status) != 0) {
-    QZVI_LOG(logger_, QZLOG_WARN, "Folder %s is not accessible to update cache date",
-             directory.asCstr());
-    return true;
-  }
-  FolderTimeGuard guard(folderTimeLock_);
-  folderTimes_[directory] = status.mtime;
-  return true;
 }
 
 // ---------------------------------------------------------------------------
@@ -166,38 +59,38 @@ QzvFolderImpl* makeFolder(QzvVaultImpl* vault, const QzbString& path, const QzbS
 
 }  // namespace
 
-QzvFolder* QzvVaultImpl::getRootFolder() { return makeFolder(this, rootPath_, QzbString()); }
+QzvFolder* QzvVaultImpl::getRootFolder() { return makeFolder(this, rootPath(), QzbString()); }
 
 QzvFolder* QzvVaultImpl::getStockFolder(int id, bool create) {
-  if (!isStockFolderId(id)) {
+  if (!qzviIsStockFolderId(id)) {
     errorMessage_ = QzbString("Stock folder id out of bounds", true);
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
+    QZVI_LOG_TEXT(logger(), QZLOG_ERROR, errorMessage_.asCstr());
     return nullptr;
   }
-  const QzbString path = qzbConcatPath(rootPath_, getStockFolderRelativePath(id));
+  const QzbString path = qzbConcatPath(rootPath(), qzviStockFolderRelativePath(id));
   if (path.isNull()) return nullptr;
 
   const int status = np_fio_stat(path.asCstr(), nullptr);
   if (status != NP_OK) {
     if (status != NP_ERR_NOT_FOUND) {
       errorMessage_ = qzbStringFormat("Error accessing path %s (%d)", path.asCstr(), status);
-      QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
+      QZVI_LOG_TEXT(logger(), QZLOG_ERROR, errorMessage_.asCstr());
       return nullptr;
     }
     if (!create) {
       errorMessage_ = qzbStringFormat("Directory %s does not exist", path.asCstr());
-      QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
+      QZVI_LOG_TEXT(logger(), QZLOG_ERROR, errorMessage_.asCstr());
       return nullptr;
     }
     // Two-level rows lie below a first component that may be missing too.
     const int created = np_dir_create(path.asCstr(), NP_DIR_CREATE_PARENTS);
     if (created != NP_OK) {
       errorMessage_ = qzbStringFormat("Error creating directory %s (%d)", path.asCstr(), created);
-      QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
+      QZVI_LOG_TEXT(logger(), QZLOG_ERROR, errorMessage_.asCstr());
       return nullptr;
     }
   }
-  return makeFolder(this, path, getStockFilterString(id));
+  return makeFolder(this, path, qzviStockFilterString(id));
 }
 
 QzvObject* QzvVaultImpl::getStockObject(int id, const QzbString& name) {
@@ -222,7 +115,7 @@ QzvObject* QzvVaultImpl::getStockObject(int id, const QzbString& name) {
   folder->release();
   if (object == nullptr) {
     errorMessage_ = qzbStringFormat("Object with name '%s' Not found", name.asCstr());
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
+    QZVI_LOG_TEXT(logger(), QZLOG_ERROR, errorMessage_.asCstr());
   }
   return object;
 }
@@ -231,9 +124,18 @@ QzvImpactAnalysis* QzvVaultImpl::getImpactAnalysis() {
   QzvImpactAnalysisImpl* analysis = new (std::nothrow) QzvImpactAnalysisImpl(this);
   if (analysis == nullptr) {
     errorMessage_ = QzbString("Out of memory", true);
-    QZVI_LOG_TEXT(logger_, QZLOG_ERROR, errorMessage_.asCstr());
+    QZVI_LOG_TEXT(logger(), QZLOG_ERROR, errorMessage_.asCstr());
   }
   return analysis;
+}
+
+QzvVaultCheck* QzvVaultImpl::getVaultCheck() {
+  QzvVaultCheckImpl* check = new (std::nothrow) QzvVaultCheckImpl(this);
+  if (check == nullptr) {
+    errorMessage_ = QzbString("Out of memory", true);
+    QZVI_LOG_TEXT(logger(), QZLOG_ERROR, errorMessage_.asCstr());
+  }
+  return check;
 }
 
 // ---------------------------------------------------------------------------

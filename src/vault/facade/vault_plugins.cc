@@ -9,16 +9,16 @@ namespace {
 const char kPluginIndexOutOfRange[] = "Plugin index out of range";
 }  // namespace
 
-int QzvVaultImpl::getPluginCount() { return getMetaDataPluginCount(plugins_); }
+int QzvVaultImpl::getPluginCount() { return getMetaDataPluginCount(plugins()); }
 
 bool QzvVaultImpl::getPluginInfo(int index, QzbString* typeName, QzbString* description) {
   QzvMetaDataPlugin* plugin = nullptr;
-  if (index >= 0 && index < getMetaDataPluginCount(plugins_)) {
-    plugin = getMetaDataPlugin(plugins_, index);
+  if (index >= 0 && index < getMetaDataPluginCount(plugins())) {
+    plugin = getMetaDataPlugin(plugins(), index);
   }
   if (plugin == nullptr) {
     setErrorMessage(QzbString(kPluginIndexOutOfRange, true));
-    QZVI_LOG(logger_, QZLOG_ERROR, "%s", kPluginIndexOutOfRange);
+    QZVI_LOG(logger(), QZLOG_ERROR, "%s", kPluginIndexOutOfRange);
     return false;
   }
   if (typeName != nullptr) *typeName = plugin->getTypeName();

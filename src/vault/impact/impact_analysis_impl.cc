@@ -29,7 +29,7 @@
 #include "metadata_db.h"
 #include "resource_impl.h"
 #include "statements.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 
@@ -47,7 +47,7 @@ const int kBusyWaitSeconds = 5;
 // ---------------------------------------------------------------------------
 // Store helpers (impact_store.h)
 
-QzviImpactStore::QzviImpactStore(QzvVaultImpl* vault) : vault_(vault), connection_(nullptr) {}
+QzviImpactStore::QzviImpactStore(QzviVaultContext* vault) : vault_(vault), connection_(nullptr) {}
 
 QzviImpactStore::~QzviImpactStore() { close(); }
 
@@ -88,7 +88,7 @@ void qzviRollback(SqliteConnection* connection, QzLogger* logger) {
 // ---------------------------------------------------------------------------
 // Construction and the small operations
 
-QzvImpactAnalysisImpl::QzvImpactAnalysisImpl(QzvVaultImpl* vault)
+QzvImpactAnalysisImpl::QzvImpactAnalysisImpl(QzviVaultContext* vault)
     : vault_(vault),
       errorMessage_("", true),
       resolver_(nullptr),

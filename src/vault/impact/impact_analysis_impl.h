@@ -11,8 +11,8 @@
 //   impact_graph.cc          edges and one-step queries
 //   impact_macros.cc         "%%NAME%%" macros and dynamic dependencies
 //   impact_cleanup.cc        removal, rename, analysis dates, no-op operations
-#ifndef QZVAULT_SRC_IMPACT_ANALYSIS_IMPL_H_
-#define QZVAULT_SRC_IMPACT_ANALYSIS_IMPL_H_
+#ifndef QZVAULT_SRC_IMPACT_IMPACT_ANALYSIS_IMPL_H_
+#define QZVAULT_SRC_IMPACT_IMPACT_ANALYSIS_IMPL_H_
 
 #include <cstdint>
 
@@ -22,14 +22,14 @@
 #include "qzbase/string.h"
 #include "qzvault/impact.h"
 
-class QzvVaultImpl;
+class QzviVaultContext;
 class QzvResourceImpl;
 class QzvResourceListImpl;
 
 class QzvImpactAnalysisImpl final : public QzvImpactAnalysis {
  public:
   // Never fails. `vault` is not owned and must outlive this object.
-  explicit QzvImpactAnalysisImpl(QzvVaultImpl* vault);
+  explicit QzvImpactAnalysisImpl(QzviVaultContext* vault);
 
   // QzImpactAnalysis.
   void release() override;
@@ -86,7 +86,7 @@ class QzvImpactAnalysisImpl final : public QzvImpactAnalysis {
   bool addDynamicResourceDependencies(QzResource* resource);
 
   QzResourceResolver* getResourceResolver() const { return resolver_; }
-  QzvVaultImpl* vault() const { return vault_; }
+  QzviVaultContext* vault() const { return vault_; }
 
  private:
   ~QzvImpactAnalysisImpl();  // the interfaces have no virtual destructor
@@ -100,10 +100,10 @@ class QzvImpactAnalysisImpl final : public QzvImpactAnalysis {
   bool updateResourceRow(SqliteConnection* store, const char* sql, const char* failurePrefix,
                          const QzbDatavar& value, const QzbDatavar& id);
 
-  QzvVaultImpl* vault_;
+  QzviVaultContext* vault_;
   QzbString errorMessage_;
   QzResourceResolver* resolver_;
   QzLogger* logger_;
 };
 
-#endif  // QZVAULT_SRC_IMPACT_ANALYSIS_IMPL_H_
+#endif  // QZVAULT_SRC_IMPACT_IMPACT_ANALYSIS_IMPL_H_

@@ -7,7 +7,7 @@
 #include "impact_analysis_impl.h"
 #include "impact_store.h"
 #include "statements.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 #include "impact_store.h"
 #include "resource_impl.h"
 #include "statements.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "plugin_registry.h"
 #include "resource_impl.h"
 #include "statements.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 

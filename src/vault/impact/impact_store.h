@@ -1,8 +1,8 @@
 // Helpers shared by the sources of QzvImpactAnalysisImpl: opening the lineage
 // store ".v_imd" for one operation, turning rows of v_imparcs into resources,
 // and the roll-back step of the write pattern. Internal; one thread at a time.
-#ifndef QZVAULT_SRC_IMPACT_STORE_H_
-#define QZVAULT_SRC_IMPACT_STORE_H_
+#ifndef QZVAULT_SRC_IMPACT_IMPACT_STORE_H_
+#define QZVAULT_SRC_IMPACT_IMPACT_STORE_H_
 
 #include "qzbase/log.h"
 #include "qzbase/sqlite.h"
@@ -10,7 +10,7 @@
 #include "qzvault/item_list.h"
 #include "qzvault/resource.h"
 
-class QzvVaultImpl;
+class QzviVaultContext;
 class QzvImpactAnalysisImpl;
 class QzvResourceImpl;
 class QzvResourceListImpl;
@@ -28,7 +28,7 @@ class QzviImpactStore {
  public:
   enum Status { kOpened, kOpenFailed, kReadOnly };
 
-  explicit QzviImpactStore(QzvVaultImpl* vault);
+  explicit QzviImpactStore(QzviVaultContext* vault);
   ~QzviImpactStore();
   QzviImpactStore(const QzviImpactStore&) = delete;
   QzviImpactStore& operator=(const QzviImpactStore&) = delete;
@@ -44,7 +44,7 @@ class QzviImpactStore {
   void close();
 
  private:
-  QzvVaultImpl* vault_;
+  QzviVaultContext* vault_;
   SqliteConnection* connection_;
 };
 
@@ -80,4 +80,4 @@ void qzviAppendResource(QzvResourceListImpl* list, QzResource* resource);
 // otherwise ignored.
 void qzviRollback(SqliteConnection* connection, QzLogger* logger);
 
-#endif  // QZVAULT_SRC_IMPACT_STORE_H_
+#endif  // QZVAULT_SRC_IMPACT_IMPACT_STORE_H_

@@ -18,7 +18,7 @@
 #include "impact_store.h"
 #include "item_list_impl.h"
 #include "resource_impl.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 
@@ -254,7 +254,7 @@ struct QzvLineageImpl::Closure {
   std::vector<QzvLineageEdgeListImpl::Edge> edges;
 };
 
-QzvLineageImpl::QzvLineageImpl(QzvVaultImpl* vault, QzvImpactAnalysisImpl* reader)
+QzvLineageImpl::QzvLineageImpl(QzviVaultContext* vault, QzvImpactAnalysisImpl* reader)
     : vault_(vault), reader_(reader), errorMessage_("", true), logger_(qzviLineageLogger()) {}
 
 QzvLineageImpl::~QzvLineageImpl() {

@@ -21,8 +21,8 @@
 // Both forms step only onto resources that are stored, so a dangling edge is
 // neither followed nor listed. The store is opened once per operation and
 // may be read-only.
-#ifndef QZVAULT_SRC_LINEAGE_IMPL_H_
-#define QZVAULT_SRC_LINEAGE_IMPL_H_
+#ifndef QZVAULT_SRC_IMPACT_LINEAGE_IMPL_H_
+#define QZVAULT_SRC_IMPACT_LINEAGE_IMPL_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -32,7 +32,7 @@
 #include "qzbase/string.h"
 #include "qzvault/lineage.h"
 
-class QzvVaultImpl;
+class QzviVaultContext;
 class QzvImpactAnalysisImpl;
 class QzvResourceImpl;
 class QzvItemListImpl;
@@ -100,7 +100,7 @@ class QzvLineageImpl final : public QzvLineage {
   // `vault` is not owned and must outlive this object. `reader` is an analysis
   // object over the same vault, owned by this object, through which rows
   // become resources (with its resolver, if one was registered).
-  QzvLineageImpl(QzvVaultImpl* vault, QzvImpactAnalysisImpl* reader);
+  QzvLineageImpl(QzviVaultContext* vault, QzvImpactAnalysisImpl* reader);
 
   void release() override;
   QzbString getErrorMessage() override;
@@ -134,10 +134,10 @@ class QzvLineageImpl final : public QzvLineage {
   // Throws std::bad_alloc; the list is the caller's.
   QzvLineageListImpl* listResources(QzvItemListImpl* rows, const std::vector<int>& distances);
 
-  QzvVaultImpl* vault_;
+  QzviVaultContext* vault_;
   QzvImpactAnalysisImpl* reader_;
   QzbString errorMessage_;
   QzLogger* logger_;
 };
 
-#endif  // QZVAULT_SRC_LINEAGE_IMPL_H_
+#endif  // QZVAULT_SRC_IMPACT_LINEAGE_IMPL_H_

@@ -1,8 +1,8 @@
 // The value classes of the lineage store: resources, the lists they are handed
 // out in, and the factory through which plug-ins create resources while a
 // file is analysed.
-#ifndef QZVAULT_SRC_RESOURCE_IMPL_H_
-#define QZVAULT_SRC_RESOURCE_IMPL_H_
+#ifndef QZVAULT_SRC_IMPACT_RESOURCE_IMPL_H_
+#define QZVAULT_SRC_IMPACT_RESOURCE_IMPL_H_
 
 #include <cstddef>
 #include <vector>
@@ -153,4 +153,4 @@ class QzvResourceFactoryImpl final : public QzResourceFactory {
   QzbString errorMessage_;
 };
 
-#endif  // QZVAULT_SRC_RESOURCE_IMPL_H_
+#endif  // QZVAULT_SRC_IMPACT_RESOURCE_IMPL_H_

@@ -3,8 +3,8 @@
 // name) and v_attr rows (creation and modification dates, and every attribute
 // the file's plug-in reports). Refreshes rewrite changed rows in one
 // transaction and announce the changes to the repository event manager.
-#ifndef QZVAULT_SRC_CACHE_REFRESH_H_
-#define QZVAULT_SRC_CACHE_REFRESH_H_
+#ifndef QZVAULT_SRC_STORE_CACHE_REFRESH_H_
+#define QZVAULT_SRC_STORE_CACHE_REFRESH_H_
 
 #include <cstdint>
 #include <string>
@@ -90,4 +90,4 @@ class QzviMDHelper {
   const Entry* found_;
 };
 
-#endif  // QZVAULT_SRC_CACHE_REFRESH_H_
+#endif  // QZVAULT_SRC_STORE_CACHE_REFRESH_H_

@@ -7,8 +7,8 @@
 // (cache_refresh.h) is a one-file writer.
 //
 // Thread safety: one writer per connection, used from one thread.
-#ifndef QZVAULT_SRC_CACHE_WRITER_H_
-#define QZVAULT_SRC_CACHE_WRITER_H_
+#ifndef QZVAULT_SRC_STORE_CACHE_WRITER_H_
+#define QZVAULT_SRC_STORE_CACHE_WRITER_H_
 
 #include <cstdint>
 
@@ -65,4 +65,4 @@ class QzviCacheWriter {
   SqliteStatement* statements_[kSlotCount];
 };
 
-#endif  // QZVAULT_SRC_CACHE_WRITER_H_
+#endif  // QZVAULT_SRC_STORE_CACHE_WRITER_H_

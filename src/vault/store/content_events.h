@@ -7,8 +7,8 @@
 // ready reference.
 //
 // Thread safety: an announcer is used from one thread.
-#ifndef QZVAULT_SRC_CONTENT_EVENTS_H_
-#define QZVAULT_SRC_CONTENT_EVENTS_H_
+#ifndef QZVAULT_SRC_STORE_CONTENT_EVENTS_H_
+#define QZVAULT_SRC_STORE_CONTENT_EVENTS_H_
 
 #include "qzbase/events.h"
 #include "qzbase/string.h"
@@ -35,4 +35,4 @@ class QzviChangeAnnouncer {
   QzbString uuid_;
 };
 
-#endif  // QZVAULT_SRC_CONTENT_EVENTS_H_
+#endif  // QZVAULT_SRC_STORE_CONTENT_EVENTS_H_

@@ -4,8 +4,8 @@
 // caller's source file and line. The QZVI_LOG macro formats like printf (with
 // "%S" for a const QzbString*) and logs on any logger, also with the caller's
 // file and line.
-#ifndef QZVAULT_SRC_DEBUG_LOG_H_
-#define QZVAULT_SRC_DEBUG_LOG_H_
+#ifndef QZVAULT_SRC_STORE_DEBUG_LOG_H_
+#define QZVAULT_SRC_STORE_DEBUG_LOG_H_
 
 #include "qzbase/export.h"
 #include "qzbase/log.h"
@@ -41,4 +41,4 @@ void qzviDebugLogAt(const char* file, int line, const QzbString& text);
     }                                                                            \
   } while (0)
 
-#endif  // QZVAULT_SRC_DEBUG_LOG_H_
+#endif  // QZVAULT_SRC_STORE_DEBUG_LOG_H_

@@ -2,8 +2,8 @@
 //
 // A vault file is any entry whose name begins with "." (".v_fmd", ".v_cmd",
 // ".v_imd", ".v_lck", ".v_ver", SQLite's journals, ...); listings hide them.
-#ifndef QZVAULT_SRC_FILE_LIST_H_
-#define QZVAULT_SRC_FILE_LIST_H_
+#ifndef QZVAULT_SRC_STORE_FILE_LIST_H_
+#define QZVAULT_SRC_STORE_FILE_LIST_H_
 
 #include <cstdint>
 
@@ -89,4 +89,4 @@ QzbString qzviStringTrailingSlash(const QzbString& path);
 // True when directory/name exists.
 bool qzviFileExists(const QzbString& directory, const QzbString& name);
 
-#endif  // QZVAULT_SRC_FILE_LIST_H_
+#endif  // QZVAULT_SRC_STORE_FILE_LIST_H_

@@ -1,8 +1,8 @@
 // Folder locks: a lock file ".v_lck" in the folder's directory. Whoever creates
 // it holds the lock; removing it releases it. Advisory: nothing else in the
 // library tests it.
-#ifndef QZVAULT_SRC_FOLDER_LOCK_H_
-#define QZVAULT_SRC_FOLDER_LOCK_H_
+#ifndef QZVAULT_SRC_STORE_FOLDER_LOCK_H_
+#define QZVAULT_SRC_STORE_FOLDER_LOCK_H_
 
 #include "qzbase/string.h"
 
@@ -21,4 +21,4 @@ bool qzviIsFolderLocked(const QzbString& directory);
 // Waits `seconds` whole seconds, or one millisecond for 0.
 void qzviSleepSecs(int seconds);
 
-#endif  // QZVAULT_SRC_FOLDER_LOCK_H_
+#endif  // QZVAULT_SRC_STORE_FOLDER_LOCK_H_

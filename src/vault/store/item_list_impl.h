@@ -1,6 +1,6 @@
 // The two item lists: rows held in memory, and rows read from an open query.
-#ifndef QZVAULT_SRC_ITEM_LIST_IMPL_H_
-#define QZVAULT_SRC_ITEM_LIST_IMPL_H_
+#ifndef QZVAULT_SRC_STORE_ITEM_LIST_IMPL_H_
+#define QZVAULT_SRC_STORE_ITEM_LIST_IMPL_H_
 
 #include <cstddef>
 #include <vector>
@@ -66,4 +66,4 @@ class QzvItemListCursorImpl final : public QzvItemList {
   bool ended_;
 };
 
-#endif  // QZVAULT_SRC_ITEM_LIST_IMPL_H_
+#endif  // QZVAULT_SRC_STORE_ITEM_LIST_IMPL_H_

@@ -11,8 +11,8 @@
 //
 // Callers open per operation and close before they return; connections are
 // not shared between threads.
-#ifndef QZVAULT_SRC_METADATA_DB_H_
-#define QZVAULT_SRC_METADATA_DB_H_
+#ifndef QZVAULT_SRC_STORE_METADATA_DB_H_
+#define QZVAULT_SRC_STORE_METADATA_DB_H_
 
 #include <map>
 
@@ -76,4 +76,4 @@ class QzviDBHandle {
   MemDBCache& cache_;
 };
 
-#endif  // QZVAULT_SRC_METADATA_DB_H_
+#endif  // QZVAULT_SRC_STORE_METADATA_DB_H_

@@ -1,13 +1,11 @@
-// The process-wide registry of metadata plug-ins.
+// The registry of metadata plug-ins, as the store and everything above it read
+// it: which plug-ins there are, in order, and which one handles a file.
 //
-// Built by the first vault creation that reaches it, shared by every later
-// vault while it holds at least one plug-in, and freed by qzVaultShutdown.
-// Plug-in libraries are never unloaded. The registry is built before any vault
-// exists and only read afterwards, so reads take no lock.
-#ifndef QZVAULT_SRC_PLUGIN_REGISTRY_H_
-#define QZVAULT_SRC_PLUGIN_REGISTRY_H_
-
-#include <vector>
+// The process-wide registry is built and freed by the facade
+// (facade/plugin_loader.h) before any vault exists and after the last one is
+// gone; vaults only read it, so reads take no lock.
+#ifndef QZVAULT_SRC_STORE_PLUGIN_REGISTRY_H_
+#define QZVAULT_SRC_STORE_PLUGIN_REGISTRY_H_
 
 #include "qzbase/string.h"
 #include "qzvault/plugin.h"
@@ -18,15 +16,6 @@ struct QzviPluginRegistry {
   QzvMetaDataPlugin** plugins = nullptr;
 };
 
-// The registry of the process: the existing one when it holds plug-ins,
-// otherwise a new one loaded from `directory`. Never null. `error` receives the
-// reasons plug-ins could not be loaded (null when there were none).
-QzviPluginRegistry* createMetaDataPlugins(const QzbString& directory, QzbString* error);
-// Loads the "qzvmd*" shared objects of `directory` and appends their plug-ins
-// to `list`. False (with the reason in *error) when the directory cannot be
-// read.
-bool registerDiskPlugins(const QzbString& directory, QzbString* error,
-                         std::vector<QzvMetaDataPlugin*>* list);
 int getMetaDataPluginCount(const QzviPluginRegistry* registry);
 // No bounds check.
 QzvMetaDataPlugin* getMetaDataPlugin(const QzviPluginRegistry* registry, int index);
@@ -34,13 +23,4 @@ QzvMetaDataPlugin* getMetaDataPlugin(const QzviPluginRegistry* registry, int ind
 QzvMetaDataPlugin* qzviFindMetaDataHandlerForFile(const QzbString& path,
                                                   const QzviPluginRegistry* registry);
 
-// The process registry (null before the first creation and after shut-down).
-QzviPluginRegistry* qzviProcessRegistry();
-// qzVaultShutdown's part: releases every plug-in in order, frees the array and
-// the registry. The library supports one start-up and shut-down per process;
-// qzviPluginsShutDown() tells createVaultInstance that the registry is gone,
-// so that a late call fails cleanly instead of touching freed memory.
-void qzviShutdownPlugins();
-bool qzviPluginsShutDown();
-
-#endif  // QZVAULT_SRC_PLUGIN_REGISTRY_H_
+#endif  // QZVAULT_SRC_STORE_PLUGIN_REGISTRY_H_

@@ -6,8 +6,8 @@
 // Failures are reported to the debug log as "prepare failed: %s", "select
 // failed: %s" or "exec failed: %s" and through the result; callers record
 // their own messages. No transaction is opened or ended here.
-#ifndef QZVAULT_SRC_STATEMENTS_H_
-#define QZVAULT_SRC_STATEMENTS_H_
+#ifndef QZVAULT_SRC_STORE_STATEMENTS_H_
+#define QZVAULT_SRC_STORE_STATEMENTS_H_
 
 #include "qzbase/datavar.h"
 #include "qzbase/sqlite.h"
@@ -29,4 +29,4 @@ bool qzviParamExec(SqliteConnection* connection, const QzbString& sql, int count
 bool qzviParamSingleton(SqliteConnection* connection, const QzbString& sql, int* result,
                         int count, ...);
 
-#endif  // QZVAULT_SRC_STATEMENTS_H_
+#endif  // QZVAULT_SRC_STORE_STATEMENTS_H_

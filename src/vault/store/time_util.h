@@ -2,8 +2,8 @@
 //
 // Seconds are seconds since 1970-01-01 00:00 UTC as the file system keeps
 // them; dates are local dates (QzbDate).
-#ifndef QZVAULT_SRC_TIME_UTIL_H_
-#define QZVAULT_SRC_TIME_UTIL_H_
+#ifndef QZVAULT_SRC_STORE_TIME_UTIL_H_
+#define QZVAULT_SRC_STORE_TIME_UTIL_H_
 
 #include <cstdint>
 
@@ -21,4 +21,4 @@ int64_t qzviCurrentSeconds();
 // The login name of the process's user (np_osinf_user).
 QzbString getCurrentUserName();
 
-#endif  // QZVAULT_SRC_TIME_UTIL_H_
+#endif  // QZVAULT_SRC_STORE_TIME_UTIL_H_

@@ -11,7 +11,7 @@
 #include "qzbase/datavar.h"
 #include "qzbase/path.h"
 #include "statements.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 
@@ -73,7 +73,7 @@ QzvAttributeImpl::QzvAttributeImpl() : vault_(nullptr) {}
 
 QzvAttributeImpl::~QzvAttributeImpl() = default;
 
-bool QzvAttributeImpl::init(QzvVaultImpl* vault, const QzbString& folderPath,
+bool QzvAttributeImpl::init(QzviVaultContext* vault, const QzbString& folderPath,
                             const QzbString& fileName, const QzbString& name) {
   folderPath_ = folderPath;
   fileName_ = fileName;

@@ -1,15 +1,15 @@
 // The two attribute implementations: rows stored in a folder's ".v_fmd"
 // (QzvAttributeImpl) and an attribute that a plug-in reads out of the file
 // itself (QzvFileAttributeImpl).
-#ifndef QZVAULT_SRC_ATTRIBUTE_IMPL_H_
-#define QZVAULT_SRC_ATTRIBUTE_IMPL_H_
+#ifndef QZVAULT_SRC_TREE_ATTRIBUTE_IMPL_H_
+#define QZVAULT_SRC_TREE_ATTRIBUTE_IMPL_H_
 
 #include <vector>
 
 #include "qzbase/string.h"
 #include "qzvault/attribute.h"
 
-class QzvVaultImpl;
+class QzviVaultContext;
 class QzvMetaDataFile;
 
 #define QZVI_ATTR_COLUMNS 10
@@ -26,7 +26,7 @@ class QzvAttributeImpl final : public QzvAttribute {
   QzvAttributeImpl();
   // Loads the rows of attribute `name` of the object `fileName` (null for the
   // folder itself) from the ".v_fmd" of `folderPath`.
-  bool init(QzvVaultImpl* vault, const QzbString& folderPath, const QzbString& fileName,
+  bool init(QzviVaultContext* vault, const QzbString& folderPath, const QzbString& fileName,
             const QzbString& name);
 
   void release() override;
@@ -47,7 +47,7 @@ class QzvAttributeImpl final : public QzvAttribute {
   QzbString name_;
   QzbString fileName_;
   QzbString folderPath_;
-  QzvVaultImpl* vault_;
+  QzviVaultContext* vault_;
   std::vector<AttrRow> rows_;
 };
 
@@ -55,7 +55,7 @@ class QzvFileAttributeImpl final : public QzvAttribute {
  public:
   QzvFileAttributeImpl();
   // True when the file's plug-in opens it and reports an attribute `name`.
-  bool init(QzvVaultImpl* vault, const QzbString& folderPath, const QzbString& fileName,
+  bool init(QzviVaultContext* vault, const QzbString& folderPath, const QzbString& fileName,
             const QzbString& name);
 
   void release() override;
@@ -81,4 +81,4 @@ class QzvFileAttributeImpl final : public QzvAttribute {
   QzvMetaDataFile* file_;
 };
 
-#endif  // QZVAULT_SRC_ATTRIBUTE_IMPL_H_
+#endif  // QZVAULT_SRC_TREE_ATTRIBUTE_IMPL_H_

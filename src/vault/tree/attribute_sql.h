@@ -4,8 +4,8 @@
 // other tools of the product match these statements in logs.
 //
 // Thread safety: pure functions.
-#ifndef QZVAULT_SRC_ATTRIBUTE_SQL_H_
-#define QZVAULT_SRC_ATTRIBUTE_SQL_H_
+#ifndef QZVAULT_SRC_TREE_ATTRIBUTE_SQL_H_
+#define QZVAULT_SRC_TREE_ATTRIBUTE_SQL_H_
 
 #include "qzbase/string.h"
 
@@ -25,4 +25,4 @@ QzbString qzviFolderAttrListSql();
 // name parameter, `byAttribute` the attribute parameter (after it).
 QzbString qzviObjectAttrListSql(const char* nameTable, bool byFile, bool byAttribute);
 
-#endif  // QZVAULT_SRC_ATTRIBUTE_SQL_H_
+#endif  // QZVAULT_SRC_TREE_ATTRIBUTE_SQL_H_

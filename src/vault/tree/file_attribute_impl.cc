@@ -5,7 +5,7 @@
 #include "plugin_registry.h"
 #include "qzbase/path.h"
 #include "qzvault/plugin.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 QzvFileAttributeImpl::QzvFileAttributeImpl()
     : index_(-1), readOnly_(false), rowCount_(0), columnCount_(0), file_(nullptr) {}
@@ -14,7 +14,7 @@ QzvFileAttributeImpl::~QzvFileAttributeImpl() {
   if (file_ != nullptr) file_->release();
 }
 
-bool QzvFileAttributeImpl::init(QzvVaultImpl* vault, const QzbString& folderPath,
+bool QzvFileAttributeImpl::init(QzviVaultContext* vault, const QzbString& folderPath,
                                 const QzbString& fileName, const QzbString& name) {
   // A failure here leaves no message: the caller falls back to the stored
   // attribute of the same name.

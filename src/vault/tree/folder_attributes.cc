@@ -23,7 +23,7 @@
 #include "qzbase/platform.h"
 #include "statements.h"
 #include "time_util.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 
@@ -179,7 +179,8 @@ QzvItemList* QzvFolderImpl::getObjectAttrList(const QzbString& fileName,
   const bool refreshRan = vault_->doesFolderNeedCachedRefreshed(path_);
   if (refreshRan) {
     QzbString refreshError;
-    if (!qzviRefreshCachedAttributes(path_, vault_->plugins(), &refreshError, cache, vault_)) {
+    if (!qzviRefreshCachedAttributes(path_, vault_->plugins(), &refreshError, cache,
+                                     vault_->publicVault())) {
       if (!refreshError.isNull()) errorMessage_ = refreshError;
       if (!refreshError.isEmpty()) {
         qzviDebugLog(qzbStringFormat(

@@ -19,7 +19,7 @@
 #include "qzbase/platform.h"
 #include "statements.h"
 #include "time_util.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 

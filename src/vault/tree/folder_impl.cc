@@ -10,7 +10,7 @@
 #include "object_impl.h"
 #include "qzbase/path.h"
 #include "qzbase/platform.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 QzvFolderImpl::QzvFolderImpl()
     : lockHandle_(nullptr), path_("", true), vault_(nullptr) {}
@@ -21,7 +21,7 @@ QzvFolderImpl::~QzvFolderImpl() {
   qzviUnlockFolder(lockHandle_);
 }
 
-bool QzvFolderImpl::init(const QzbString& path, const QzbString& filter, QzvVaultImpl* vault) {
+bool QzvFolderImpl::init(const QzbString& path, const QzbString& filter, QzviVaultContext* vault) {
   currentFilter_ = filter;
   vault_ = vault;
   path_ = qzviStringTrailingSlash(path);

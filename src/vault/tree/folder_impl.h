@@ -8,8 +8,8 @@
 //   folder_objects.cc     createObject, createObjectFromFile
 //   folder_attributes.cc  attributes and user stamps
 //   folder_changes.cc     createFolder, new file names, rename, move, delete
-#ifndef QZVAULT_SRC_FOLDER_IMPL_H_
-#define QZVAULT_SRC_FOLDER_IMPL_H_
+#ifndef QZVAULT_SRC_TREE_FOLDER_IMPL_H_
+#define QZVAULT_SRC_TREE_FOLDER_IMPL_H_
 
 #include "qzbase/string.h"
 #include "qzvault/folder.h"
@@ -18,7 +18,7 @@
 #include "qzbase/datavar.h"
 #include "qzbase/platform.h"
 
-class QzvVaultImpl;
+class QzviVaultContext;
 
 class QzvFolderImpl final : public QzvFolder {
  public:
@@ -26,7 +26,7 @@ class QzvFolderImpl final : public QzvFolder {
 
   // Stores the filter and the vault, and the path without a trailing
   // separator. Never fails and does not look at the disk.
-  bool init(const QzbString& path, const QzbString& filter, QzvVaultImpl* vault);
+  bool init(const QzbString& path, const QzbString& filter, QzviVaultContext* vault);
 
   // QzvFolder.
   void release() override;
@@ -74,7 +74,7 @@ class QzvFolderImpl final : public QzvFolder {
   // ignoring letter case.
   bool extInFilter(const QzbString& extension);
 
-  QzvVaultImpl* vault() const { return vault_; }
+  QzviVaultContext* vault() const { return vault_; }
   void setErrorMessage(const QzbString& message) { errorMessage_ = message; }
 
  private:
@@ -96,7 +96,7 @@ class QzvFolderImpl final : public QzvFolder {
   QzviFolderLock* lockHandle_;
   QzbString path_;
   QzbString currentFilter_;
-  QzvVaultImpl* vault_;
+  QzviVaultContext* vault_;
 };
 
-#endif  // QZVAULT_SRC_FOLDER_IMPL_H_
+#endif  // QZVAULT_SRC_TREE_FOLDER_IMPL_H_

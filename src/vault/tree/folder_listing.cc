@@ -18,7 +18,8 @@
 #include "metadata_db.h"
 #include "qzbase/path.h"
 #include "statements.h"
-#include "vault_impl.h"
+#include "stock_folders.h"
+#include "vault_context.h"
 
 namespace {
 
@@ -100,7 +101,8 @@ QzvItemList* QzvFolderImpl::getObjectList(bool readOnlyFlag) {
   const bool refreshRan = vault_->doesFolderNeedCachedRefreshed(path_);
   if (refreshRan) {
     QzbString refreshError;
-    if (!qzviRefreshCachedAttributes(path_, vault_->plugins(), &refreshError, cache, vault_)) {
+    if (!qzviRefreshCachedAttributes(path_, vault_->plugins(), &refreshError, cache,
+                                     vault_->publicVault())) {
       if (!refreshError.isNull()) errorMessage_ = refreshError;
       if (!refreshError.isEmpty()) {
         qzviDebugLog(qzbStringFormat(
@@ -204,7 +206,7 @@ QzbString QzvFolderImpl::getCurrentFilter() { return currentFilter_; }
 void QzvFolderImpl::setCurrentFilter(const QzbString& filter) { currentFilter_ = filter; }
 
 void QzvFolderImpl::setCurrentFilter(int stockId) {
-  currentFilter_ = QzvVaultImpl::getStockFilterString(stockId);
+  currentFilter_ = qzviStockFilterString(stockId);
 }
 
 bool QzvFolderImpl::extInFilter(const QzbString& extension) {

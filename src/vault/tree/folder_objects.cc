@@ -7,7 +7,7 @@
 #include "folder_impl.h"
 #include "object_impl.h"
 #include "time_util.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 QzvObject* QzvFolderImpl::createObjectFromFile(const QzbString& fileName,
                                                const QzbString& displayName) {

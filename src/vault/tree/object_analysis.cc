@@ -16,7 +16,7 @@
 #include "qzvault/plugin.h"
 #include "resource_impl.h"
 #include "time_util.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 bool QzvObjectImpl::analyzeImpact(QzResourceResolver* resolver) {
   // A missing file or resource is reported by the result alone.

@@ -21,7 +21,7 @@
 #include "qzbase/platform.h"
 #include "statements.h"
 #include "time_util.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 
@@ -70,7 +70,7 @@ QzvFolder* QzvObjectImpl::getParentFolder() {
   return folder;
 }
 
-bool QzvObjectImpl::init(const QzbString& fullPath, QzvVaultImpl* vault) {
+bool QzvObjectImpl::init(const QzbString& fullPath, QzviVaultContext* vault) {
   if (np_fio_stat(fullPath.asCstr(), nullptr) != NP_OK) {
     errorMessage_ = qzbStringFormat("File %s is inaccessible", fullPath.asCstr());
     qzviDebugLog(errorMessage_);
@@ -131,7 +131,7 @@ bool QzvObjectImpl::init(const QzbString& fullPath, QzvVaultImpl* vault) {
 }
 
 bool QzvObjectImpl::initNewFromFile(const QzbString& fileName, const QzbString& displayName,
-                                    QzvVaultImpl* vault, const QzbString& folderPath) {
+                                    QzviVaultContext* vault, const QzbString& folderPath) {
   fileName_ = fileName;
   folderPath_ = folderPath;
   fullPath_ = qzbConcatPath(folderPath, fileName);
@@ -192,7 +192,7 @@ bool QzvObjectImpl::initNewFromFile(const QzbString& fileName, const QzbString& 
 }
 
 bool QzvObjectImpl::initNew(const QzbString& fileName, const QzbString& displayName,
-                            QzvVaultImpl* vault, const QzbString& folderPath) {
+                            QzviVaultContext* vault, const QzbString& folderPath) {
   folderPath_ = folderPath;
   fileName_ = fileName;
   vault_ = vault;

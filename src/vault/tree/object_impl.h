@@ -9,14 +9,14 @@
 //                         version-path helpers
 //   object_versions.cc    numbered versions and roll-back
 //   object_analysis.cc    analyzeImpact, runAnalysis, refreshMetadata
-#ifndef QZVAULT_SRC_OBJECT_IMPL_H_
-#define QZVAULT_SRC_OBJECT_IMPL_H_
+#ifndef QZVAULT_SRC_TREE_OBJECT_IMPL_H_
+#define QZVAULT_SRC_TREE_OBJECT_IMPL_H_
 
 #include "qzbase/date.h"
 #include "qzbase/string.h"
 #include "qzvault/object.h"
 
-class QzvVaultImpl;
+class QzviVaultContext;
 class QzvImpactAnalysisImpl;
 class QzvMetaDataFile;
 class QzResource;
@@ -27,13 +27,13 @@ class QzvObjectImpl final : public QzvObject {
 
   // An existing file; false ("File %s is inaccessible" to the debug log) when
   // it cannot be examined.
-  bool init(const QzbString& fullPath, QzvVaultImpl* vault);
+  bool init(const QzbString& fullPath, QzviVaultContext* vault);
   // A file the caller has written into `folderPath`: stamps the creator and
   // records `displayName` through renameSelf.
   bool initNewFromFile(const QzbString& fileName, const QzbString& displayName,
-                       QzvVaultImpl* vault, const QzbString& folderPath);
+                       QzviVaultContext* vault, const QzbString& folderPath);
   // A new object whose file the caller writes afterwards.
-  bool initNew(const QzbString& fileName, const QzbString& displayName, QzvVaultImpl* vault,
+  bool initNew(const QzbString& fileName, const QzbString& displayName, QzviVaultContext* vault,
                const QzbString& folderPath);
 
   // QzvObject.
@@ -65,7 +65,7 @@ class QzvObjectImpl final : public QzvObject {
   bool runAnalysis(QzvMetaDataFile* file, QzvImpactAnalysisImpl* analysis, QzResource* resource,
                    const QzbDate& fileDate);
 
-  QzvVaultImpl* vault() const { return vault_; }
+  QzviVaultContext* vault() const { return vault_; }
   const QzbString& folderPath() const { return folderPath_; }
   void setErrorMessage(const QzbString& message) { errorMessage_ = message; }
 
@@ -80,7 +80,7 @@ class QzvObjectImpl final : public QzvObject {
   QzbString fileName_;
   QzbString fullPath_;
   QzbString displayName_;
-  QzvVaultImpl* vault_;
+  QzviVaultContext* vault_;
   QzbString errorMessage_;
 };
 
@@ -90,4 +90,4 @@ QzbString replVerFile(const QzbString& versionPath, const QzbString& newFileName
 // The path of a version file after its object moves to `newDirectory`.
 QzbString replVerPath(const QzbString& versionPath, const QzbString& newDirectory);
 
-#endif  // QZVAULT_SRC_OBJECT_IMPL_H_
+#endif  // QZVAULT_SRC_TREE_OBJECT_IMPL_H_

@@ -25,7 +25,7 @@
 #include "qzvault/resource.h"
 #include "statements.h"
 #include "time_util.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "qzbase/platform.h"
 #include "statements.h"
 #include "time_util.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 bool QzvObjectImpl::setModifiedByUser(const QzbString& /*user*/) {
   // Stamps always name the running process's user, whoever the caller says

@@ -13,7 +13,7 @@
 #include "qzbase/path.h"
 #include "qzbase/platform.h"
 #include "time_util.h"
-#include "vault_impl.h"
+#include "vault_context.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "child_process.h"
+#include "plugin_loader.h"
 #include "qzbase/config.h"
 #include "qzvault/entry.h"
 #include "qzvault/vault.h"

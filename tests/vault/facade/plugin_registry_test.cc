@@ -11,7 +11,7 @@
 
 #include "child_process.h"
 #include "platform_override.h"
-#include "plugin_registry.h"
+#include "plugin_loader.h"
 #include "qzbase/platform.h"
 #include "support/fault_platform.h"
 #include "support/log_capture.h"

@@ -1,26 +1,19 @@
-// The command line: the options every command shares, the slot in which the
-// chosen command leaves its action, and the functions that add each group of
-// commands to the parser.
+// The command line: the shared options (global_options.h), the slot in which
+// the chosen command leaves its action, and the functions that add each group
+// of commands to the parser.
 //
 // Parsing only records what was asked; main() runs the action afterwards, so
 // that a usage error is always found before the library is touched.
-#ifndef QZVAULT_TOOL_CLI_H_
-#define QZVAULT_TOOL_CLI_H_
+#ifndef QZVAULT_TOOL_COMMANDS_CLI_H_
+#define QZVAULT_TOOL_COMMANDS_CLI_H_
 
 #include <functional>
-#include <string>
-#include <vector>
 
 #include <CLI/CLI.hpp>
 
-namespace qzvtool {
+#include "global_options.h"
 
-struct GlobalOptions {
-  std::string vault;                  // --vault; empty: the current directory
-  std::string plugins;                // --plugins; empty: see plugin_dir.h
-  int logLevel = 0;                   // --log-level; 0: no log output
-  std::vector<std::string> settings;  // --set KEY=VALUE, in order
-};
+namespace qzvtool {
 
 struct ToolContext {
   GlobalOptions global;
@@ -47,4 +40,4 @@ void addJsonFlag(CLI::App* command, bool* json);
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_CLI_H_
+#endif  // QZVAULT_TOOL_COMMANDS_CLI_H_

@@ -1,8 +1,8 @@
 // The sample files of the definition plug-in (plugins/defs/samples), compiled
 // into the tool by embed_samples.cmake so that the demo needs nothing
 // installed.
-#ifndef QZVAULT_TOOL_DEMO_SAMPLES_H_
-#define QZVAULT_TOOL_DEMO_SAMPLES_H_
+#ifndef QZVAULT_TOOL_COMMANDS_DEMO_SAMPLES_H_
+#define QZVAULT_TOOL_COMMANDS_DEMO_SAMPLES_H_
 
 #include <cstddef>
 
@@ -21,4 +21,4 @@ std::size_t demoSampleCount();
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_DEMO_SAMPLES_H_
+#endif  // QZVAULT_TOOL_COMMANDS_DEMO_SAMPLES_H_

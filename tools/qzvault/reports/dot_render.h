@@ -1,8 +1,8 @@
 // Rendering DOT into SVG with Graphviz's `dot` program, when it is installed.
 // The tool does not depend on Graphviz: it looks the program up on PATH when a
 // picture is asked for, and says plainly when it is not there.
-#ifndef QZVAULT_TOOL_DOT_RENDER_H_
-#define QZVAULT_TOOL_DOT_RENDER_H_
+#ifndef QZVAULT_TOOL_REPORTS_DOT_RENDER_H_
+#define QZVAULT_TOOL_REPORTS_DOT_RENDER_H_
 
 #include <cstddef>
 #include <string>
@@ -27,4 +27,4 @@ void renderSvg(const std::string& dotText, const std::string& svgFile);
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_DOT_RENDER_H_
+#endif  // QZVAULT_TOOL_REPORTS_DOT_RENDER_H_

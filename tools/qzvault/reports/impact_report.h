@@ -1,8 +1,8 @@
 // Reading and showing the impact-analysis (lineage) store: resources as rows,
 // how a resource is named on the command line, analysis of objects, and the
 // lineage report shared by the `lineage` command and the demo.
-#ifndef QZVAULT_TOOL_IMPACT_REPORT_H_
-#define QZVAULT_TOOL_IMPACT_REPORT_H_
+#ifndef QZVAULT_TOOL_REPORTS_IMPACT_REPORT_H_
+#define QZVAULT_TOOL_REPORTS_IMPACT_REPORT_H_
 
 #include <string>
 #include <vector>
@@ -71,4 +71,4 @@ void printLineage(VaultSession& session, QzvImpactAnalysis* analysis, bool json)
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_IMPACT_REPORT_H_
+#endif  // QZVAULT_TOOL_REPORTS_IMPACT_REPORT_H_

@@ -10,8 +10,8 @@
 // do, and turns the store's names around here, in one place:
 //   upstream   (--up)   what the resource uses, through any chain
 //   downstream (--down) what uses the resource, through any chain
-#ifndef QZVAULT_TOOL_LINEAGE_GRAPH_H_
-#define QZVAULT_TOOL_LINEAGE_GRAPH_H_
+#ifndef QZVAULT_TOOL_REPORTS_LINEAGE_GRAPH_H_
+#define QZVAULT_TOOL_REPORTS_LINEAGE_GRAPH_H_
 
 #include <string>
 #include <vector>
@@ -55,4 +55,4 @@ LineageGraph wholeLineage(QzvImpactAnalysis* analysis);
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_LINEAGE_GRAPH_H_
+#endif  // QZVAULT_TOOL_REPORTS_LINEAGE_GRAPH_H_

@@ -1,8 +1,8 @@
 // How lineage graphs are shown: the closure of one resource as an indented
 // tree or JSON (the `lineage` command), and a whole or centred graph as
 // Graphviz DOT or JSON (the `graph` command and the demo's picture).
-#ifndef QZVAULT_TOOL_LINEAGE_OUTPUT_H_
-#define QZVAULT_TOOL_LINEAGE_OUTPUT_H_
+#ifndef QZVAULT_TOOL_REPORTS_LINEAGE_OUTPUT_H_
+#define QZVAULT_TOOL_REPORTS_LINEAGE_OUTPUT_H_
 
 #include <iosfwd>
 #include <string>
@@ -42,4 +42,4 @@ std::string dotEscape(const std::string& text);
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_LINEAGE_OUTPUT_H_
+#endif  // QZVAULT_TOOL_REPORTS_LINEAGE_OUTPUT_H_

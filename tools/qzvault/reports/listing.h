@@ -1,8 +1,8 @@
 // A folder's contents as the library lists them (sub-folders, objects, then
 // links), sorted by file name (letter case aside) so that every listing of the
 // tool comes out in the same order whatever order the directory gives.
-#ifndef QZVAULT_TOOL_LISTING_H_
-#define QZVAULT_TOOL_LISTING_H_
+#ifndef QZVAULT_TOOL_REPORTS_LISTING_H_
+#define QZVAULT_TOOL_REPORTS_LISTING_H_
 
 #include <string>
 #include <vector>
@@ -52,4 +52,4 @@ std::vector<ObjectEntry> collectObjects(VaultSession& session, const VaultPath& 
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_LISTING_H_
+#endif  // QZVAULT_TOOL_REPORTS_LISTING_H_

@@ -1,6 +1,6 @@
 // The tree below a folder, as text (the `tree` command and the demo) or JSON.
-#ifndef QZVAULT_TOOL_TREE_REPORT_H_
-#define QZVAULT_TOOL_TREE_REPORT_H_
+#ifndef QZVAULT_TOOL_REPORTS_TREE_REPORT_H_
+#define QZVAULT_TOOL_REPORTS_TREE_REPORT_H_
 
 #include "output.h"
 #include "session.h"
@@ -16,4 +16,4 @@ Json folderTreeJson(VaultSession& session, const VaultPath& path);
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_TREE_REPORT_H_
+#endif  // QZVAULT_TOOL_REPORTS_TREE_REPORT_H_

@@ -1,8 +1,8 @@
 // File names as the vault's file family reads them: a base name and an
 // extension, where the extension is one of the two-part extensions
 // ("job.def") when the name ends in one, else what follows the last dot.
-#ifndef QZVAULT_TOOL_FILE_NAMES_H_
-#define QZVAULT_TOOL_FILE_NAMES_H_
+#ifndef QZVAULT_TOOL_SUPPORT_FILE_NAMES_H_
+#define QZVAULT_TOOL_SUPPORT_FILE_NAMES_H_
 
 #include <string>
 
@@ -18,4 +18,4 @@ FileNameParts splitFileName(const std::string& fileName);
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_FILE_NAMES_H_
+#endif  // QZVAULT_TOOL_SUPPORT_FILE_NAMES_H_

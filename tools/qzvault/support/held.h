@@ -3,8 +3,8 @@
 // deleted; Held<T> does that when it goes out of scope, so that a command
 // that fails half-way (by throwing ToolError) still gives everything back
 // before the vault is released.
-#ifndef QZVAULT_TOOL_HELD_H_
-#define QZVAULT_TOOL_HELD_H_
+#ifndef QZVAULT_TOOL_SUPPORT_HELD_H_
+#define QZVAULT_TOOL_SUPPORT_HELD_H_
 
 #include <memory>
 
@@ -27,4 +27,4 @@ Held<T> hold(T* object) {
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_HELD_H_
+#endif  // QZVAULT_TOOL_SUPPORT_HELD_H_

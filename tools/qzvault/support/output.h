@@ -1,8 +1,8 @@
 // What the tool prints: aligned text tables for people and JSON documents
 // (--json) for programs. Data goes to stdout; errors, warnings and the
 // progress bar go to stderr.
-#ifndef QZVAULT_TOOL_OUTPUT_H_
-#define QZVAULT_TOOL_OUTPUT_H_
+#ifndef QZVAULT_TOOL_SUPPORT_OUTPUT_H_
+#define QZVAULT_TOOL_SUPPORT_OUTPUT_H_
 
 #include <iosfwd>
 #include <string>
@@ -60,4 +60,4 @@ class ProgressBar {
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_OUTPUT_H_
+#endif  // QZVAULT_TOOL_SUPPORT_OUTPUT_H_

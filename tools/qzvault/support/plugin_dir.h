@@ -5,8 +5,8 @@
 //   4. for the tool in the build tree, the build tree's plug-in directory
 //      (compiled in), which takes the place of 3 there, so that a build
 //      never picks up the plug-ins of an older installation.
-#ifndef QZVAULT_TOOL_PLUGIN_DIR_H_
-#define QZVAULT_TOOL_PLUGIN_DIR_H_
+#ifndef QZVAULT_TOOL_SUPPORT_PLUGIN_DIR_H_
+#define QZVAULT_TOOL_SUPPORT_PLUGIN_DIR_H_
 
 #include <string>
 
@@ -24,4 +24,4 @@ PluginDirectory applyPluginDirectory(const std::string& option);
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_PLUGIN_DIR_H_
+#endif  // QZVAULT_TOOL_SUPPORT_PLUGIN_DIR_H_

@@ -5,14 +5,14 @@
 // down, so a command releases what it holds (Held<T>) before the session ends.
 //
 // The library supports one start-up per process: make one session per run.
-#ifndef QZVAULT_TOOL_SESSION_H_
-#define QZVAULT_TOOL_SESSION_H_
+#ifndef QZVAULT_TOOL_SUPPORT_SESSION_H_
+#define QZVAULT_TOOL_SUPPORT_SESSION_H_
 
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "cli.h"
+#include "global_options.h"
 #include "held.h"
 #include "plugin_dir.h"
 #include "qzvault/qzvault.h"
@@ -88,4 +88,4 @@ class VaultSession {
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_SESSION_H_
+#endif  // QZVAULT_TOOL_SUPPORT_SESSION_H_

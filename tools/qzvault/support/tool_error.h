@@ -6,8 +6,8 @@
 //      library's getErrorMessage text where there is one
 //   2  a usage error: bad arguments, options or paths, found by the tool
 //      before it asked the library for anything
-#ifndef QZVAULT_TOOL_TOOL_ERROR_H_
-#define QZVAULT_TOOL_TOOL_ERROR_H_
+#ifndef QZVAULT_TOOL_SUPPORT_TOOL_ERROR_H_
+#define QZVAULT_TOOL_SUPPORT_TOOL_ERROR_H_
 
 #include <stdexcept>
 #include <string>
@@ -43,4 +43,4 @@ std::string oneLine(const std::string& text);
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_TOOL_ERROR_H_
+#endif  // QZVAULT_TOOL_SUPPORT_TOOL_ERROR_H_

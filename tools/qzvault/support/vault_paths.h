@@ -6,8 +6,8 @@
 // errors, every path that leaves the vault ("..", an absolute path elsewhere,
 // a symbolic link that points outside) and every path through the vault's
 // own files (names beginning with ".").
-#ifndef QZVAULT_TOOL_VAULT_PATHS_H_
-#define QZVAULT_TOOL_VAULT_PATHS_H_
+#ifndef QZVAULT_TOOL_SUPPORT_VAULT_PATHS_H_
+#define QZVAULT_TOOL_SUPPORT_VAULT_PATHS_H_
 
 #include <string>
 
@@ -43,4 +43,4 @@ void checkComponentName(const std::string& name, const std::string& what);
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_VAULT_PATHS_H_
+#endif  // QZVAULT_TOOL_SUPPORT_VAULT_PATHS_H_

@@ -1,7 +1,7 @@
 // UUIDs for new vaults, made with libuuid: the library stores a vault's UUID
 // but never makes one up.
-#ifndef QZVAULT_TOOL_VAULT_UUID_H_
-#define QZVAULT_TOOL_VAULT_UUID_H_
+#ifndef QZVAULT_TOOL_SUPPORT_VAULT_UUID_H_
+#define QZVAULT_TOOL_SUPPORT_VAULT_UUID_H_
 
 #include <string>
 
@@ -14,4 +14,4 @@ bool isUuid(const std::string& text);
 
 }  // namespace qzvtool
 
-#endif  // QZVAULT_TOOL_VAULT_UUID_H_
+#endif  // QZVAULT_TOOL_SUPPORT_VAULT_UUID_H_
