@@ -10,6 +10,7 @@
 #include "qzbase/path.h"
 #include "qzbase/string.h"
 #include "qzvault/attribute.h"
+#include "qzvault/check.h"
 #include "qzvault/entry.h"
 #include "qzvault/folder.h"
 #include "qzvault/impact.h"

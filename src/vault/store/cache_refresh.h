@@ -13,18 +13,14 @@
 #include "qzbase/events.h"
 #include "qzbase/sqlite.h"
 #include "qzbase/string.h"
+#include "cache_writer.h"
+#include "content_events.h"
 #include "metadata_db.h"
 #include "plugin_registry.h"
+#include "reserved_attributes.h"
 
 class QzvVault;
 
-// Reserved attribute names.
-#define QZVI_ATTR_CREATIONDATE "_CREATIONDATE"
-#define QZVI_ATTR_MODIFIEDDATE "_MODIFIEDDATE"
-#define QZVI_ATTR_CREATOR "_CREATOR"
-#define QZVI_ATTR_MODIFIEDUSER "_MODIFIEDUSER"
-#define QZVI_ATTR_LOCKEDUSER "_LOCKEDUSER"
-#define QZVI_ATTR_UUID "_UUID"
 
 // Brings the cache of `directory` up to date with its files. `vault` (may be
 // null) receives the content-changed announcements. False with the reason in
@@ -50,19 +46,6 @@ bool qzviRefreshCachedAttributes(const QzbString& directory, const QzviPluginReg
 // without a directory part names a file of the working directory.
 bool qzviRefreshCachedFileAttributes(const QzbString& path, const QzviPluginRegistry* registry,
                                      QzbString* error, MemDBCache& cache, bool force);
-// Reads one file into the open cache database (inside the caller's
-// transaction); a one-file QzviCacheWriter (cache_writer.h). False with
-// "Cache failed to open file" (also when the file is gone) or the database's
-// message in *error.
-bool addToCache(const QzbString& directory, const QzbString& name,
-                const QzviPluginRegistry* registry, int64_t timestamp,
-                SqliteConnection* connection, QzbString* error);
-// Announces a change to the repository event manager (nothing when the vault is
-// null, nobody listens, or `reference` is empty).
-void qzviFireContentChanged(QzvVault* vault, const QzbString& reference,
-                            RepositoryObjectChangeType changeType,
-                            const QzbString& secondReference);
-
 // The display name stored for the folder `directory` in its own ".v_fmd", or a
 // null string.
 QzbString qzviGetFolderNameFromDirectory(const QzbString& directory, MemDBCache& cache);

@@ -2,9 +2,9 @@
 // rows of every attribute the file's plug-in reports.
 #include "cache_writer.h"
 
-#include "cache_refresh.h"
 #include "qzbase/path.h"
 #include "qzbase/platform.h"
+#include "reserved_attributes.h"
 
 namespace {
 

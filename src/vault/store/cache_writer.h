@@ -65,4 +65,12 @@ class QzviCacheWriter {
   SqliteStatement* statements_[kSlotCount];
 };
 
+// Reads one file into the open cache database (inside the caller's
+// transaction); a one-file QzviCacheWriter. False with
+// "Cache failed to open file" (also when the file is gone) or the database's
+// message in *error.
+bool addToCache(const QzbString& directory, const QzbString& name,
+                const QzviPluginRegistry* registry, int64_t timestamp,
+                SqliteConnection* connection, QzbString* error);
+
 #endif  // QZVAULT_SRC_STORE_CACHE_WRITER_H_

@@ -1,7 +1,6 @@
 // Content-changed notifications of a vault.
 #include "content_events.h"
 
-#include "cache_refresh.h"
 #include "qzbase/path.h"
 #include "qzbase/uri.h"
 #include "qzvault/vault.h"

@@ -3,7 +3,7 @@
 // QzviChangeAnnouncer serves a refresh that announces many files: it asks the
 // vault for its UUID at most once, and only when a listener is registered, and
 // builds a file's URI reference only then, so that announcing costs nothing
-// while nobody listens. qzviFireContentChanged (cache_refresh.h) announces one
+// while nobody listens. qzviFireContentChanged announces one
 // ready reference.
 //
 // Thread safety: an announcer is used from one thread.
@@ -34,5 +34,11 @@ class QzviChangeAnnouncer {
   bool haveUuid_;
   QzbString uuid_;
 };
+
+// Announces a change to the repository event manager (nothing when the vault is
+// null, nobody listens, or `reference` is empty).
+void qzviFireContentChanged(QzvVault* vault, const QzbString& reference,
+                            RepositoryObjectChangeType changeType,
+                            const QzbString& secondReference);
 
 #endif  // QZVAULT_SRC_STORE_CONTENT_EVENTS_H_

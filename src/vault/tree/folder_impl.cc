@@ -7,10 +7,26 @@
 #include "cache_refresh.h"
 #include "debug_log.h"
 #include "file_list.h"
+#include "folder_factory.h"
 #include "object_impl.h"
 #include "qzbase/path.h"
 #include "qzbase/platform.h"
 #include "vault_context.h"
+
+QzvFolder* qzviMakeFolder(QzviVaultContext* context, const QzbString& path,
+                          const QzbString& filter, QzbString* error) {
+  QzvFolderImpl* folder = new (std::nothrow) QzvFolderImpl();
+  if (folder == nullptr) {
+    *error = QzbString("Out of memory", true);
+    return nullptr;
+  }
+  if (!folder->init(path, filter, context)) {
+    *error = folder->getErrorMessage();
+    folder->release();
+    return nullptr;
+  }
+  return folder;
+}
 
 QzvFolderImpl::QzvFolderImpl()
     : lockHandle_(nullptr), path_("", true), vault_(nullptr) {}

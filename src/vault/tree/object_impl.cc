@@ -13,7 +13,7 @@
 #include "cache_refresh.h"
 #include "debug_log.h"
 #include "file_list.h"
-#include "folder_impl.h"
+#include "folder_factory.h"
 #include "metadata_db.h"
 #include "plugin_registry.h"
 #include "qzbase/datavar.h"
@@ -55,18 +55,8 @@ QzbString QzvObjectImpl::getFileExtension() {
 QzvFolder* QzvObjectImpl::getParentFolder() {
   const QzbString directory = qzbParsePath(fullPath_, nullptr);
   if (directory.isNull()) return nullptr;
-  QzvFolderImpl* folder = new (std::nothrow) QzvFolderImpl();
-  if (folder == nullptr) {
-    errorMessage_ = QzbString("Out of memory", true);
-    QZVI_LOG_TEXT(vault_->logger(), QZLOG_ERROR, errorMessage_.asCstr());
-    return nullptr;
-  }
-  if (!folder->init(directory, QzbString(), vault_)) {
-    errorMessage_ = folder->getErrorMessage();
-    QZVI_LOG_TEXT(vault_->logger(), QZLOG_ERROR, errorMessage_.asCstr());
-    folder->release();
-    return nullptr;
-  }
+  QzvFolder* folder = qzviMakeFolder(vault_, directory, QzbString(), &errorMessage_);
+  if (folder == nullptr) QZVI_LOG_TEXT(vault_->logger(), QZLOG_ERROR, errorMessage_.asCstr());
   return folder;
 }
 

@@ -1,0 +1,13 @@
+// The attribute names that belong to the library: rows of v_attr with seq 0
+// and the value in v0 (dates as decimal seconds).
+#ifndef QZVAULT_SRC_STORE_RESERVED_ATTRIBUTES_H_
+#define QZVAULT_SRC_STORE_RESERVED_ATTRIBUTES_H_
+
+#define QZVI_ATTR_CREATIONDATE "_CREATIONDATE"
+#define QZVI_ATTR_MODIFIEDDATE "_MODIFIEDDATE"
+#define QZVI_ATTR_CREATOR "_CREATOR"
+#define QZVI_ATTR_MODIFIEDUSER "_MODIFIEDUSER"
+#define QZVI_ATTR_LOCKEDUSER "_LOCKEDUSER"
+#define QZVI_ATTR_UUID "_UUID"
+
+#endif  // QZVAULT_SRC_STORE_RESERVED_ATTRIBUTES_H_
