@@ -240,7 +240,10 @@ QZBASE_EXPORT int np_dir_pathlen(void);
 // into `outLength`; non-zero otherwise.
 QZBASE_EXPORT int np_dso_mklname(const char* name, char* out, std::size_t outLength);
 // Loads a shared object (flags: 4 = resolve every symbol now, keep symbols
-// local). 0 on success; 1 when it cannot be loaded (the handle is null);
+// local). A path with a "/" must lead to a regular file: a FIFO, a device or
+// a directory is refused (1, "not a regular file") without being read. A
+// bare name is searched for in the system's library directories. 0 on
+// success; 1 when it cannot be loaded (the handle is null);
 // NP_DSO_LOADED_UNUSABLE (3) with a valid handle that must be unloaded.
 QZBASE_EXPORT int np_dso_load(const char* path, int flags, NpDso** handle);
 // The reason of the last failed np_dso_load on this thread ("" if none).

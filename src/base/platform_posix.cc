@@ -356,6 +356,25 @@ int posixDsoLoad(const char* path, int flags, NpDso** handle) {
     t_dsoError = "no library path given";
     return NP_ERR_UNKNOWN;
   }
+  // Only a regular file is handed to the dynamic loader: it would open a
+  // FIFO and wait for a writer for ever, or read a device without end. The
+  // test opens without blocking and looks at what was opened, so that it sees
+  // the file a link leads to. A bare name (no "/") is the loader's own search
+  // of the system's library directories and is left to it.
+  if (std::strchr(path, '/') != nullptr) {
+    const int probe = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (probe < 0) {
+      t_dsoError = std::string(path) + ": " + std::strerror(errno);
+      return NP_ERR_UNKNOWN;
+    }
+    struct stat st;
+    const bool regular = fstat(probe, &st) == 0 && S_ISREG(st.st_mode);
+    close(probe);
+    if (!regular) {
+      t_dsoError = std::string(path) + ": not a regular file";
+      return NP_ERR_UNKNOWN;
+    }
+  }
   // Flag 4 (the library's choice) resolves every symbol now and keeps the
   // library's symbols out of the global name space; other flags resolve
   // lazily.

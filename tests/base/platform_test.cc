@@ -516,6 +516,20 @@ TEST(PlatformDso, GarbageFileFailsWithAReason) {
   EXPECT_STRNE("", np_dso_error());
 }
 
+// The loader would wait for ever on a FIFO without a writer and read a
+// device without end; neither is handed to it.
+TEST(PlatformDso, OnlyRegularFilesAreLoaded) {
+  TempDir dir;
+  const std::string fifo = dir.join("qzvmdfifo.so");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+  for (const std::string& path : {fifo, std::string("/dev/zero"), dir.path()}) {
+    NpDso* handle = reinterpret_cast<NpDso*>(&dir);
+    EXPECT_EQ(1, np_dso_load(path.c_str(), 4, &handle)) << path;
+    EXPECT_EQ(nullptr, handle);
+    EXPECT_EQ(path + ": not a regular file", std::string(np_dso_error()));
+  }
+}
+
 TEST(PlatformDso, LoadsLooksUpAndUnloads) {
   // The C math library is present wherever the tests run.
   NpDso* handle = nullptr;

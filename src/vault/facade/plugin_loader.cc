@@ -17,8 +17,12 @@ namespace {
 typedef QzvMetaDataPlugin* (*QzviStaticPluginCreator)();
 const QzviStaticPluginCreator kStaticPluginCreators[] = {nullptr};
 
-// The plug-in directory is listed for regular files, with their status.
-const int kPluginDirectoryOpenFlags = NP_DIR_FILES | NP_DIR_STAT;  // 6
+// The plug-in directory is listed whole, with each entry's status.
+// Directories are passed over, as they always were; any other entry named
+// like a plug-in that is not a regular file (a FIFO, a device, a socket, a
+// dangling link) is named in the error text and logged rather than passed
+// over in silence, and is never opened (opening a FIFO would wait for ever).
+const int kPluginDirectoryOpenFlags = NP_DIR_STAT;
 // Resolve every symbol at load time and keep them local to the plug-in.
 const int kPluginLoadFlags = 4;
 // The library-name maker writes at most this many bytes.
@@ -147,12 +151,21 @@ bool registerDiskPlugins(const QzbString& directory, QzbString* error,
   std::vector<char> entryPath(bufferLength);
   std::vector<char> leaf(bufferLength);
   char libraryName[kLibraryNameLength];
-  while (np_dir_next(handle, entryPath.data(), entryPath.size()) == 0) {
+  NpDirEntry entry;
+  while (np_dir_next_stat(handle, entryPath.data(), entryPath.size(), &entry) == 0) {
     leaf[0] = '\0';
     np_fio_pparse(entryPath.data(), nullptr, 0, leaf.data(), leaf.size());
     if (np_dso_mklname(leaf.data(), libraryName, sizeof libraryName) != 0) continue;
     const QzbString leafName(leaf.data());
     if (leafName.mid(0, kPrefixLength).compare(QZV_PLUGIN_FILE_PREFIX, false) != 0) continue;
+    if (entry.type == NP_TYPE_DIRECTORY) continue;
+    if (entry.type != NP_TYPE_FILE) {
+      const QzbString reason = qzbStringFormat("Plugin %s is not a regular file", entryPath.data());
+      QZVI_LOG(qzviVaultLogger(), QZLOG_WARN, "%s", reason.asCstr());
+      error->append(reason);
+      error->append("\n");
+      continue;
+    }
     loadPluginLibrary(entryPath.data(), leaf.data(), error, list);
   }
   np_dir_close(handle);

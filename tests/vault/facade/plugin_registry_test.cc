@@ -170,6 +170,34 @@ TEST(PluginRegistry, UnreadablePluginFileIsReportedAndTheOthersLoad) {
   });
 }
 
+// A FIFO named like a plug-in would make the loader wait for a writer for
+// ever; a device would be read without end. Both are named and passed over.
+TEST(PluginRegistry, EntriesThatAreNotRegularFilesAreNamedAndNeverOpened) {
+  runInChildProcess([] {
+    TempDir dir;
+    const std::string source = qztest::readFile(testPluginPath("working", "qzvmdtestpair.so"));
+    qztest::writeFile(dir.join("qzvmdgood.so"), source);
+    const std::string fifo = dir.join("qzvmdfifo.so");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+    const std::string device = dir.join("qzvmddevice.so");
+    ASSERT_EQ(symlink("/dev/zero", device.c_str()), 0);
+    const std::string dangling = dir.join("qzvmddangling.so");
+    ASSERT_EQ(symlink(dir.join("nowhere").c_str(), dangling.c_str()), 0);
+
+    LogCapture log;
+    QzbString error;
+    QzviPluginRegistry* registry = createMetaDataPlugins(QzbString(dir.path().c_str()), &error);
+    EXPECT_EQ(typeNames(registry), (std::vector<std::string>{"pair.one", "pair.two"}));
+    const std::string text = error.toStdString();
+    for (const std::string& path : {fifo, device, dangling}) {
+      const std::string line = "Plugin " + path + " is not a regular file\n";
+      EXPECT_NE(text.find(line), std::string::npos) << text;
+      EXPECT_TRUE(log.contains("Plugin " + path + " is not a regular file", QZLOG_WARN)) << log.dump();
+    }
+    EXPECT_EQ(text.find("qzvmdgood.so"), std::string::npos) << text;
+  });
+}
+
 TEST(PluginRegistry, DirectoryWithoutPluginFilesGivesEmptyRegistryAndNoError) {
   runInChildProcess([] {
     QzbString error("stale");
