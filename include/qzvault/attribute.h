@@ -14,6 +14,11 @@
 
 #include "qzbase/string.h"
 
+// The most rows an attribute may have: rows are numbered 0 to
+// QZV_ATTR_MAX_ROWS - 1. An attribute is held in memory whole, so the bound
+// keeps one setValue with a huge row number from growing it without limit.
+#define QZV_ATTR_MAX_ROWS 100000
+
 class QzvAttribute {
  public:
   virtual void release() = 0;
@@ -32,10 +37,14 @@ class QzvAttribute {
   // Removes every row and leaves one row of null values.
   virtual void clear() = 0;
   // Sets a value in memory, adding null rows up to `row` when needed. A
-  // negative row or a column outside 0..9 is ignored.
+  // negative row or a column outside 0..9 is ignored. A row at or beyond
+  // QZV_ATTR_MAX_ROWS is refused: nothing changes, and the next commit()
+  // fails with the reason and writes nothing, so that the refused value is
+  // not lost unnoticed (a later commit writes the rows as they then are).
   virtual void setValue(int column, int row, const QzbString& value) = 0;
   // Writes the attribute back whole; false with getErrorMessage on failure
-  // ("Data file is read only" for a read-only folder).
+  // ("Data file is read only" for a read-only folder, "Row N is beyond the
+  // last row an attribute may have (99999)" after a refused setValue).
   virtual bool commit() = 0;
 
  protected:

@@ -59,6 +59,11 @@ QzbString qzviAttrInsertSql() {
   return sql;
 }
 
+QzbString qzviAttrRowLimitMessage(int row) {
+  return qzbStringFormat("Row %d is beyond the last row an attribute may have (%d)", row,
+                         QZV_ATTR_MAX_ROWS - 1);
+}
+
 // ---------------------------------------------------------------------------
 // AttrRow
 
@@ -142,12 +147,21 @@ void QzvAttributeImpl::clear() {
 
 void QzvAttributeImpl::setValue(int column, int row, const QzbString& value) {
   if (row < 0 || static_cast<unsigned>(column) >= QZVI_ATTR_COLUMNS) return;
+  if (row >= QZV_ATTR_MAX_ROWS) {
+    refusedRow_ = row;
+    return;
+  }
   // Rows up to `row` are added with null values.
   while (static_cast<std::size_t>(row) >= rows_.size()) rows_.emplace_back();
   rows_[static_cast<std::size_t>(row)].values[column] = value;
 }
 
 bool QzvAttributeImpl::commit() {
+  if (refusedRow_ >= 0) {
+    errorMessage_ = qzviAttrRowLimitMessage(refusedRow_);
+    refusedRow_ = -1;
+    return false;
+  }
   MemDBCache& cache = vault_->dbCache();
   QzbString openError;
   QzviDBHandle db(qzviOpenDB(folderPath_, QZVI_FIXED_METADATA_FILE, &openError, cache), cache);

@@ -14,6 +14,9 @@ class QzvMetaDataFile;
 
 #define QZVI_ATTR_COLUMNS 10
 
+// The message of a commit after a setValue beyond QZV_ATTR_MAX_ROWS.
+QzbString qzviAttrRowLimitMessage(int row);
+
 // One row of an attribute: ten values.
 struct AttrRow {
   QzbString values[QZVI_ATTR_COLUMNS];
@@ -49,6 +52,9 @@ class QzvAttributeImpl final : public QzvAttribute {
   QzbString folderPath_;
   QzviVaultContext* vault_;
   std::vector<AttrRow> rows_;
+  // The row of a refused setValue (beyond QZV_ATTR_MAX_ROWS), reported by the
+  // next commit; -1 when there is none.
+  int refusedRow_ = -1;
 };
 
 class QzvFileAttributeImpl final : public QzvAttribute {
@@ -79,6 +85,7 @@ class QzvFileAttributeImpl final : public QzvAttribute {
   int rowCount_;
   int columnCount_;
   QzvMetaDataFile* file_;
+  int refusedRow_ = -1;  // as in QzvAttributeImpl
 };
 
 #endif  // QZVAULT_SRC_TREE_ATTRIBUTE_IMPL_H_

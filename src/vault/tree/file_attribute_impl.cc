@@ -80,9 +80,21 @@ void QzvFileAttributeImpl::clear() {
 
 void QzvFileAttributeImpl::setValue(int column, int row, const QzbString& value) {
   if (row < 0 || static_cast<unsigned>(column) >= QZVI_ATTR_COLUMNS || file_ == nullptr) return;
+  // The library's bound holds whatever a plug-in would accept.
+  if (row >= QZV_ATTR_MAX_ROWS) {
+    refusedRow_ = row;
+    return;
+  }
   if (file_->setValue(index_, row, column, value)) {
     file_->getAttributeDescription(index_, &rowCount_, &columnCount_, nullptr, nullptr);
   }
 }
 
-bool QzvFileAttributeImpl::commit() { return file_ != nullptr && file_->commit(); }
+bool QzvFileAttributeImpl::commit() {
+  if (refusedRow_ >= 0) {
+    errorMessage_ = qzviAttrRowLimitMessage(refusedRow_);
+    refusedRow_ = -1;
+    return false;
+  }
+  return file_ != nullptr && file_->commit();
+}

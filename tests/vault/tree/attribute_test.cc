@@ -191,6 +191,34 @@ TEST_F(AttributeTest, SetValueIgnoresANegativeRowAndAColumnOutsideTheTen) {
   EXPECT_EQ(valueOf(attribute->getValue(9, 0)), "edge");
 }
 
+TEST_F(AttributeTest, ARowBeyondTheLimitIsRefusedAndTheNextCommitSaysSo) {
+  qztest::execute(db_, "INSERT INTO v_attr (fname, attr, seq, v0) VALUES (NULL, 'Big', 0, 'kept')");
+  auto attribute = loadFolderAttr(vault_.get(), dir_.path(), "Big");
+  attribute->setValue(1, 0, S("changed"));
+  // Once this added rows one by one up to the number given.
+  attribute->setValue(0, 2147483647, S("far"));
+  attribute->setValue(0, QZV_ATTR_MAX_ROWS, S("just beyond"));
+  EXPECT_EQ(attribute->numRows(), 1);
+  EXPECT_FALSE(attribute->commit());
+  EXPECT_EQ(valueOf(attribute->getErrorMessage()),
+            "Row 100000 is beyond the last row an attribute may have (99999)");
+  // Nothing was written, not even the change that was accepted.
+  EXPECT_EQ(allAttrRows(db_), (Rows{stored(kNull, "Big", 0, {"kept"})}));
+  // The refusal is reported once; the rows as they are can then be written.
+  ASSERT_TRUE(attribute->commit());
+  EXPECT_EQ(allAttrRows(db_), (Rows{stored(kNull, "Big", 0, {"kept", "changed"})}));
+}
+
+TEST_F(AttributeTest, TheLastRowBelowTheLimitIsAccepted) {
+  auto attribute = loadFolderAttr(vault_.get(), dir_.path(), "Big");
+  attribute->setValue(2, QZV_ATTR_MAX_ROWS - 1, S("last"));
+  EXPECT_EQ(attribute->numRows(), QZV_ATTR_MAX_ROWS);
+  ASSERT_TRUE(attribute->commit()) << valueOf(attribute->getErrorMessage());
+  auto again = loadFolderAttr(vault_.get(), dir_.path(), "Big");
+  EXPECT_EQ(again->numRows(), QZV_ATTR_MAX_ROWS);
+  EXPECT_EQ(valueOf(again->getValue(2, QZV_ATTR_MAX_ROWS - 1)), "last");
+}
+
 TEST_F(AttributeTest, AnEmptyValueIsStoredAsEmptyTextAndANullValueAsNull) {
   auto attribute = loadFolderAttr(vault_.get(), dir_.path(), "Note");
   attribute->setValue(0, 0, S(""));

@@ -162,6 +162,21 @@ TEST_F(FileAttributeTest, SetValueIgnoresANegativeRowAndAColumnOutsideTheTen) {
   EXPECT_EQ(again->numRows(), 2);
 }
 
+TEST_F(FileAttributeTest, ARowBeyondTheLimitNeverReachesThePlugIn) {
+  auto owner = open("sales.tmeta", "Owner");
+  ASSERT_NE(owner, nullptr);
+  owner->setValue(0, QZV_ATTR_MAX_ROWS, S("far"));
+  EXPECT_EQ(owner->numRows(), 2);
+  const int commitsBefore = TestMetaRegistry::counters()->commits.load();
+  EXPECT_FALSE(owner->commit());
+  EXPECT_EQ(valueOf(owner->getErrorMessage()),
+            "Row 100000 is beyond the last row an attribute may have (99999)");
+  EXPECT_EQ(TestMetaRegistry::counters()->commits.load(), commitsBefore);
+  EXPECT_EQ(qztest::readFile(dir_.join("sales.tmeta")), kReport);
+  // Reported once: the next commit is the plug-in's again.
+  EXPECT_TRUE(owner->commit());
+}
+
 TEST_F(FileAttributeTest, ClearIsHandedToThePlugIn) {
   auto owner = open("sales.tmeta", "Owner");
   ASSERT_NE(owner, nullptr);
