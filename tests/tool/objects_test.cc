@@ -82,8 +82,8 @@ TEST_F(ObjectsTest, RollbackRestoresAVersionAndDropsNewerOnes) {
 }
 
 TEST_F(ObjectsTest, RollbackFailures) {
-  expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "0"}), 1,
-                     "Invalid rollback version number");
+  // Version numbers start at 1: 0 is refused before the library is asked.
+  expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "0"}), 2, "version");
   expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "3"}), 1,
                      "No valid file for rollback operation");
   EXPECT_EQ(readFile(object_), "first\n");

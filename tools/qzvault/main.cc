@@ -2,7 +2,9 @@
 //
 // main() parses the command line (usage errors end here with exit status 2),
 // then runs the chosen command; a command reports failure by throwing
-// ToolError, which main() prints as one line on stderr.
+// ToolError, which main() prints as one line on stderr. Whatever the outcome,
+// the exit status passes through finishOutput, so that output that could not
+// be written is never a success.
 #include <exception>
 #include <iostream>
 #include <string>
@@ -24,9 +26,7 @@ std::string usageMessage(const CLI::App& app, const CLI::ParseError& error) {
   return std::string(error.what()) + " (see --help)";
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   qzvtool::ToolContext context;
   CLI::App app("qzvault", "qzvault");
   qzvtool::setUpCommandLine(app, context);
@@ -55,4 +55,11 @@ int main(int argc, char** argv) {
     qzvtool::printError(error.what());
     return qzvtool::kExitFailure;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  qzvtool::startOutput();
+  return qzvtool::finishOutput(run(argc, argv));
 }

@@ -3,19 +3,41 @@
 namespace qzvtool {
 namespace {
 
-// --set KEY=VALUE: a key before the first "=".
+// --set KEY=VALUE: a key before the first "=", each part within its limit.
 std::string checkSetting(const std::string& setting) {
   const std::size_t equals = setting.find('=');
   if (equals == std::string::npos || equals == 0) {
     return "'" + setting + "' is not KEY=VALUE";
   }
+  const std::string keyProblem = lengthProblem(setting.substr(0, equals), kMaxNameBytes);
+  if (!keyProblem.empty()) return "the key is " + keyProblem;
+  const std::string valueProblem = lengthProblem(setting.substr(equals + 1), kMaxValueBytes);
+  if (!valueProblem.empty()) return "the value is " + valueProblem;
   return std::string();
 }
 
 }  // namespace
 
-void addJsonFlag(CLI::App* command, bool* json) {
-  command->add_flag("--json", *json, "Print the result as JSON");
+CLI::Validator maxBytes(std::size_t limit) {
+  return CLI::Validator(
+      [limit](std::string& value) {
+        const std::string problem = lengthProblem(value, limit);
+        return problem.empty() ? problem : "the value is " + problem;
+      },
+      std::string(), "max-bytes");
+}
+
+CLI::Option* addJsonFlag(CLI::App* command, bool* json) {
+  return command->add_flag("--json", *json, "Print the result as JSON");
+}
+
+CLI::Option* addNulFlag(CLI::App* command, bool* nul, CLI::Option* json) {
+  CLI::Option* option = command->add_flag(
+      "-z,--null", *nul,
+      "Print NUL-terminated fields with names exactly as they are (text output shows control "
+      "characters in names as escapes)");
+  if (json != nullptr) option->excludes(json);
+  return option;
 }
 
 void setUpCommandLine(CLI::App& app, ToolContext& context) {
@@ -34,11 +56,13 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   GlobalOptions& global = context.global;
   app.add_option("--vault", global.vault,
                  "The vault's root directory (default: the current directory)")
-      ->type_name("DIR");
+      ->type_name("DIR")
+      ->check(maxBytes(kMaxPathBytes));
   app.add_option("--plugins", global.plugins,
                  "Load metadata plug-ins from DIR (default: the configuration key "
                  "BASE/PLUGIN_PATH, else the installed plug-in directory)")
       ->type_name("DIR")
+      ->check(maxBytes(kMaxPathBytes))
       ->check(CLI::ExistingDirectory);
   app.add_option("--log-level", global.logLevel,
                  "Print the library's log events of level N (1 trace .. 6 fatal) and above "
@@ -47,7 +71,8 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
       ->check(CLI::Range(1, 6));
   app.add_option("--set", global.settings,
                  "Set a configuration option for this run (repeatable), for example a "
-                 "macro value used by impact analysis")
+                 "macro value used by impact analysis (key " + limitText(kMaxNameBytes) +
+                     ", value " + limitText(kMaxValueBytes) + ")")
       ->type_name("KEY=VALUE")
       ->check(checkSetting);
 

@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 
 #include "global_options.h"
+#include "input_limits.h"
 
 namespace qzvtool {
 
@@ -35,8 +36,15 @@ void addLineageCommands(CLI::App& app, ToolContext& context);     // lineage, gr
 void addDemoCommand(CLI::App& app, ToolContext& context);         // demo
 void addCheckCommand(CLI::App& app, ToolContext& context);        // check
 
+// A validator that refuses a value longer than `limit` bytes (a usage error
+// naming the option and the limit; see input_limits.h).
+CLI::Validator maxBytes(std::size_t limit);
+
 // Adds the --json flag to a command that prints data.
-void addJsonFlag(CLI::App* command, bool* json);
+CLI::Option* addJsonFlag(CLI::App* command, bool* json);
+// Adds -z (--null) to a listing: NUL-separated records, names exactly as
+// they are (TextTable::printRecords). Excludes `json` when given.
+CLI::Option* addNulFlag(CLI::App* command, bool* nul, CLI::Option* json = nullptr);
 
 }  // namespace qzvtool
 

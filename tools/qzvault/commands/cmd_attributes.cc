@@ -118,6 +118,10 @@ void checkPosition(const AttrOptions& options) {
   if (options.rowGiven() && options.row < 0) {
     failUsage("--row " + std::to_string(options.row) + " is negative (rows are numbered from 0)");
   }
+  if (options.rowGiven() && options.row >= QZV_ATTR_MAX_ROWS) {
+    failUsage("--row " + std::to_string(options.row) + " is beyond the last row an attribute may have (" +
+              std::to_string(QZV_ATTR_MAX_ROWS - 1) + ")");
+  }
   if (options.columnGiven() && (options.column < 0 || options.column >= kColumnCount)) {
     failUsage("--col " + std::to_string(options.column) + " is outside 0..9");
   }
@@ -167,7 +171,7 @@ void runGet(const GlobalOptions& global, const AttrOptions& options) {
   if (options.json) {
     printJson(Json{{"name", options.name}, {"row", row}, {"col", column}, {"value", jsonText(value)}});
   } else {
-    std::cout << text(value) << '\n';
+    printLine(text(value));
   }
 }
 
@@ -193,7 +197,9 @@ void runClear(const GlobalOptions& global, const AttrOptions& options) {
 
 void addPosition(CLI::App* command, AttrOptions* options) {
   options->rowOption =
-      command->add_option("--row", options->row, "The row (from 0; default 0)")->type_name("R");
+      command->add_option("--row", options->row,
+                          "The row (0 to " + std::to_string(QZV_ATTR_MAX_ROWS - 1) + "; default 0)")
+          ->type_name("R");
   options->columnOption =
       command->add_option("--col", options->column, "The column (0 to 9; default 0)")
           ->type_name("C");
@@ -218,7 +224,9 @@ void addAttributeCommands(CLI::App& app, ToolContext& context) {
   CLI::App* getCommand = attr->add_subcommand(
       "get", "Print one attribute: every row, or one value with --row / --col");
   getCommand->add_option("path", get->path, "The folder or object")->required()->type_name("PATH");
-  getCommand->add_option("name", get->name, "The attribute")->required();
+  getCommand->add_option("name", get->name, "The attribute (" + limitText(kMaxNameBytes) + ")")
+      ->required()
+      ->check(maxBytes(kMaxNameBytes));
   addJsonFlag(getCommand, &get->json);
   addPosition(getCommand, get.get());
   getCommand->callback([&context, get] {
@@ -228,8 +236,12 @@ void addAttributeCommands(CLI::App& app, ToolContext& context) {
   auto set = std::make_shared<AttrOptions>();
   CLI::App* setCommand = attr->add_subcommand("set", "Set one value of an attribute");
   setCommand->add_option("path", set->path, "The folder or object")->required()->type_name("PATH");
-  setCommand->add_option("name", set->name, "The attribute")->required();
-  setCommand->add_option("value", set->value, "The value")->required();
+  setCommand->add_option("name", set->name, "The attribute (" + limitText(kMaxNameBytes) + ")")
+      ->required()
+      ->check(maxBytes(kMaxNameBytes));
+  setCommand->add_option("value", set->value, "The value (" + limitText(kMaxValueBytes) + ")")
+      ->required()
+      ->check(maxBytes(kMaxValueBytes));
   addPosition(setCommand, set.get());
   setCommand->callback([&context, set] {
     context.action = [&context, set] { runSet(context.global, *set); };
@@ -239,7 +251,9 @@ void addAttributeCommands(CLI::App& app, ToolContext& context) {
   CLI::App* clearCommand =
       attr->add_subcommand("clear", "Clear an attribute to one empty row");
   clearCommand->add_option("path", clear->path, "The folder or object")->required()->type_name("PATH");
-  clearCommand->add_option("name", clear->name, "The attribute")->required();
+  clearCommand->add_option("name", clear->name, "The attribute (" + limitText(kMaxNameBytes) + ")")
+      ->required()
+      ->check(maxBytes(kMaxNameBytes));
   clearCommand->callback([&context, clear] {
     context.action = [&context, clear] { runClear(context.global, *clear); };
   });

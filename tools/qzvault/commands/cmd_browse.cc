@@ -19,7 +19,12 @@ struct LsOptions {
   std::string filter;
   int stock = -1;
   bool json = false;
+  bool nul = false;
 };
+
+// The fields of an ls row: kind, display name, file name (a link's target),
+// flag. -z prints them as they are; the text table adds "/" and "-> ".
+const std::size_t kLsFields = 4;
 
 struct TreeOptions {
   std::string path;
@@ -55,18 +60,23 @@ void runLs(const GlobalOptions& global, const LsOptions& options) {
                    {"links", links}});
     return;
   }
+  const bool text = !options.nul;
   TextTable table;
   for (const FolderEntry& entry : contents.folders) {
-    table.addRow({"folder", entry.name, entry.path.leaf() + "/"});
+    table.addRow({"folder", entry.name, entry.path.leaf() + (text ? "/" : "")});
   }
   for (const ObjectEntry& entry : contents.objects) {
     table.addRow({typeShown(entry.type), entry.name, entry.path.leaf(),
                   entry.readOnly ? "read-only" : ""});
   }
   for (const LinkEntry& entry : contents.links) {
-    table.addRow({"link", entry.name, "-> " + entry.target});
+    table.addRow({"link", entry.name, (text ? "-> " : "") + entry.target});
   }
-  table.print(std::cout);
+  if (options.nul) {
+    table.printRecords(std::cout, kLsFields);
+  } else {
+    table.print(std::cout);
+  }
 }
 
 void runTree(const GlobalOptions& global, const TreeOptions& options) {
@@ -89,13 +99,15 @@ void addBrowseCommands(CLI::App& app, ToolContext& context) {
   lsCommand->add_option("path", ls->path, "The folder (default: the vault's root)")
       ->type_name("PATH");
   CLI::Option* filter = lsCommand->add_option(
-      "--filter", ls->filter, "List only objects with these extensions (\"csv;job.def\")")
-      ->type_name("F");
+      "--filter", ls->filter,
+      "List only objects with these extensions (\"csv;job.def\"; " + limitText(kMaxNameBytes) + ")")
+      ->type_name("F")
+      ->check(maxBytes(kMaxNameBytes));
   lsCommand->add_option("--stock", ls->stock, "List only objects that stock folder N admits")
       ->type_name("N")
       ->check(CLI::Range(0, kStockFolderCount - 1))
       ->excludes(filter);
-  addJsonFlag(lsCommand, &ls->json);
+  addNulFlag(lsCommand, &ls->nul, addJsonFlag(lsCommand, &ls->json));
   lsCommand->callback([&context, ls] {
     context.action = [&context, ls] { runLs(context.global, *ls); };
   });

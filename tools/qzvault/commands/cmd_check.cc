@@ -52,10 +52,10 @@ void runCheck(const GlobalOptions& global, const CheckOptions& options) {
                    {"repaired", repaired},
                    {"remaining", remaining}});
   } else if (table.empty()) {
-    std::cout << "Vault " << session.root() << ": no findings\n";
+    printLine("Vault " + session.root() + ": no findings");
   } else {
     table.print(std::cout);
-    std::cout << repaired << " repaired, " << remaining << " remaining\n";
+    printLine(std::to_string(repaired) + " repaired, " + std::to_string(remaining) + " remaining");
   }
   if (remaining > 0) {
     throw ToolError(kExitFailure,

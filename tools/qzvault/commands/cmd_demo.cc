@@ -107,14 +107,15 @@ void addSample(VaultSession& session, const DemoSample& sample) {
 // picture that cannot be made is no reason to fail the demo.
 void drawLineage(VaultSession& session, QzvImpactAnalysis* analysis) {
   const std::string picture = session.root() + "/" + kLineagePicture;
-  std::cout << "\n== qzvault graph --svg " << kLineagePicture << '\n';
+  printLine("");
+  printLine(std::string("== qzvault graph --svg ") + kLineagePicture);
   if (!dotInstalled()) {
-    std::cout << "Skipped the picture: the dot program (Graphviz) is not on PATH\n";
+    printLine("Skipped the picture: the dot program (Graphviz) is not on PATH");
     return;
   }
   try {
     renderSvg(lineageGraphDot(session, wholeLineage(analysis)), picture);
-    std::cout << "Drew the lineage graph in " << picture << '\n';
+    printLine("Drew the lineage graph in " + picture);
   } catch (const ToolError& error) {
     printError(error.what());
   }
@@ -139,33 +140,39 @@ void runDemo(const GlobalOptions& global, const std::string& target) {
   }
   for (std::size_t i = 0; i < demoSampleCount(); ++i) addSample(session, demoSamples()[i]);
 
-  std::cout << "Made a sample vault in " << session.root() << " (UUID " << uuid << ")\n"
-            << "Its definitions use configuration macros; this run sets them:\n";
-  for (const char* setting : kDemoSettings) std::cout << "  " << setting << '\n';
+  printLine("Made a sample vault in " + session.root() + " (UUID " + uuid + ")");
+  printLine("Its definitions use configuration macros; this run sets them:");
+  for (const char* setting : kDemoSettings) printLine(std::string("  ") + setting);
 
-  std::cout << "\n== qzvault tree\n";
+  printLine("");
+  printLine("== qzvault tree");
   printFolderTree(session, session.resolve("."));
 
-  std::cout << "\n== qzvault analyze\n";
+  printLine("");
+  printLine("== qzvault analyze");
   const std::vector<ObjectEntry> objects = collectObjects(session, session.resolve("."), true);
   const std::vector<AnalysisFailure> failures = analyzeObjects(session, objects);
-  std::cout << "Analysed " << objects.size() - failures.size() << " objects\n";
+  printLine("Analysed " + std::to_string(objects.size() - failures.size()) + " objects");
   for (const AnalysisFailure& failure : failures) printError(failure.path + ": " + failure.message);
 
   Held<QzvImpactAnalysis> analysis(session.vault()->getImpactAnalysis());
   if (!analysis) failWith(session.vault()->getErrorMessage(), "cannot open the impact-analysis store");
-  std::cout << "\n== qzvault lineage\n";
+  printLine("");
+  printLine("== qzvault lineage");
   printLineage(session, analysis.get(), false);
   drawLineage(session, analysis.get());
 
-  std::cout << "\n== qzvault used-by Data/orders.csv\n";
+  printLine("");
+  printLine("== qzvault used-by Data/orders.csv");
   Held<QzResource> orders = findResource(session, analysis.get(), "Data/orders.csv");
   printResources(session, resourcesUsing(analysis.get(), orders.get()), false);
 
-  std::cout << "\n== qzvault deps '" << kMacroExample << "'\n";
+  printLine("");
+  printLine(std::string("== qzvault deps '") + kMacroExample + "'");
   Held<QzResource> table = findResource(session, analysis.get(), kMacroExample);
   printResources(session, resourcesUsedBy(analysis.get(), table.get()), false);
-  std::cout << "\nTry: qzvault --vault " << session.root() << " ls Jobs/Definitions\n";
+  printLine("");
+  printLine("Try: qzvault --vault " + session.root() + " ls Jobs/Definitions");
   if (!failures.empty()) {
     fail(std::to_string(failures.size()) + " sample objects could not be analysed");
   }
@@ -178,7 +185,10 @@ void addDemoCommand(CLI::App& app, ToolContext& context) {
   CLI::App* command = app.add_subcommand(
       "demo", "Make a sample vault in DIR (new or empty) from the shipped sample files, "
               "list it, analyse it and print its lineage");
-  command->add_option("directory", *target, "Where to make the vault")->required()->type_name("DIR");
+  command->add_option("directory", *target, "Where to make the vault")
+      ->required()
+      ->type_name("DIR")
+      ->check(maxBytes(kMaxPathBytes));
   command->callback([&context, target] {
     context.action = [&context, target] { runDemo(context.global, *target); };
   });

@@ -48,7 +48,7 @@ void runAnalyze(const GlobalOptions& global, const AnalyzeOptions& options) {
     }
     printJson(Json{{"analyzed", analysed}, {"failed", failed}});
   } else {
-    std::cout << "Analysed " << analysed << (analysed == 1 ? " object" : " objects") << '\n';
+    printLine("Analysed " + std::to_string(analysed) + (analysed == 1 ? " object" : " objects"));
   }
   if (failures.empty()) return;
   // One object asked for: its failure is the one line; otherwise each
@@ -122,17 +122,19 @@ void runClean(const GlobalOptions& global, bool json) {
   if (json) {
     printJson(Json{{"removed", removed}, {"remaining", after}});
   } else {
-    std::cout << "Removed " << removed << (removed == 1 ? " unused resource" : " unused resources")
-              << "; " << after << " remain\n";
+    printLine("Removed " + std::to_string(removed) + (removed == 1 ? " unused resource" : " unused resources") +
+              "; " + std::to_string(after) + " remain");
   }
 }
 
 void addResourceArgument(CLI::App* command, ResourceOptions* options) {
   command->add_option("resource", options->resource,
                       "An object (vault path) or TYPE:IDENTITY, for example "
-                      "Table:db:postgresql/sales//public/orders")
+                      "Table:db:postgresql/sales//public/orders (" +
+                          limitText(kMaxPathBytes) + ")")
       ->required()
-      ->type_name("RESOURCE");
+      ->type_name("RESOURCE")
+      ->check(maxBytes(kMaxPathBytes));
   addJsonFlag(command, &options->json);
 }
 
@@ -167,7 +169,10 @@ void addImpactCommands(CLI::App& app, ToolContext& context) {
   auto resources = std::make_shared<ResourceOptions>();
   CLI::App* resourcesCommand =
       app.add_subcommand("resources", "List the resources of the impact-analysis store");
-  resourcesCommand->add_option("--type", resources->type, "Only resources of this type")->type_name("T");
+  resourcesCommand
+      ->add_option("--type", resources->type, "Only resources of this type (" + limitText(kMaxNameBytes) + ")")
+      ->type_name("T")
+      ->check(maxBytes(kMaxNameBytes));
   addJsonFlag(resourcesCommand, &resources->json);
   resourcesCommand->callback([&context, resources] {
     context.action = [&context, resources] { runResources(context.global, *resources); };

@@ -107,13 +107,13 @@ void runGraph(const GlobalOptions& global, const GraphOptions& options) {
   }
   const std::string dot = lineageGraphDot(session, graph);
   const std::string written =
-      options.format == "json" ? lineageGraphJson(session, graph).dump(2) + "\n" : dot;
+      options.format == "json" ? jsonDocument(lineageGraphJson(session, graph)) : dot;
 
   // The graph goes to --output, else to stdout unless only a picture was
   // asked for.
   if (!options.output.empty()) {
     writeFile(options.output, written);
-    std::cout << "Wrote " << options.output << " (" << graphSize(graph) << ")\n";
+    printLine("Wrote " + options.output + " (" + graphSize(graph) + ")");
   } else if (options.svg.empty()) {
     std::cout << written;
   }
@@ -138,7 +138,7 @@ void runGraph(const GlobalOptions& global, const GraphOptions& options) {
          dotWhere);
   }
   renderSvg(dot, options.svg);
-  std::cout << "Wrote " << options.svg << " (" << graphSize(graph) << ")\n";
+  printLine("Wrote " + options.svg + " (" + graphSize(graph) + ")");
 }
 
 void addDepthOption(CLI::App* command, int* depth, bool* given) {
@@ -148,7 +148,7 @@ void addDepthOption(CLI::App* command, int* depth, bool* given) {
                *depth = value;
                *given = true;
              },
-             "At most N steps from RESOURCE (default: no limit)")
+             "At most N steps from RESOURCE, 1 to 2147483647 (default: no limit)")
       ->type_name("N");
 }
 
@@ -162,8 +162,9 @@ void addLineageCommands(CLI::App& app, ToolContext& context) {
       "and --up: everything RESOURCE uses, through any chain; with --down: everything that uses "
       "it. Printed as a tree, each resource with its distance in steps");
   lineageCommand->add_option("resource", lineage->resource,
-                             "An object (vault path) or TYPE:IDENTITY")
-      ->type_name("RESOURCE");
+                             "An object (vault path) or TYPE:IDENTITY (" + limitText(kMaxPathBytes) + ")")
+      ->type_name("RESOURCE")
+      ->check(maxBytes(kMaxPathBytes));
   lineageCommand->add_flag("--up", lineage->up, "What RESOURCE uses (where its data comes from)");
   lineageCommand->add_flag("--down", lineage->down, "What uses RESOURCE (what a change to it affects)");
   addDepthOption(lineageCommand, &lineage->depth, &lineage->depthGiven);
@@ -177,18 +178,22 @@ void addLineageCommands(CLI::App& app, ToolContext& context) {
       "graph",
       "Write the lineage graph of the whole vault, or of everything within reach of RESOURCE in "
       "both directions, as Graphviz DOT or JSON; --svg renders it with Graphviz's dot program");
-  graphCommand->add_option("resource", graph->resource, "An object (vault path) or TYPE:IDENTITY")
-      ->type_name("RESOURCE");
+  graphCommand->add_option("resource", graph->resource,
+                           "An object (vault path) or TYPE:IDENTITY (" + limitText(kMaxPathBytes) + ")")
+      ->type_name("RESOURCE")
+      ->check(maxBytes(kMaxPathBytes));
   addDepthOption(graphCommand, &graph->depth, &graph->depthGiven);
   graphCommand->add_option("--format", graph->format, "dot (default) or json")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"dot", "json"}));
   graphCommand->add_option("--output,-o", graph->output, "Write the graph to FILE instead of stdout")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(maxBytes(kMaxPathBytes));
   graphCommand->add_option("--svg", graph->svg,
                            "Also render the graph to FILE as SVG with dot (when Graphviz is installed "
                            "and the graph has at most 2000 resources)")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(maxBytes(kMaxPathBytes));
   graphCommand->callback([&context, graph] {
     context.action = [&context, graph] { runGraph(context.global, *graph); };
   });

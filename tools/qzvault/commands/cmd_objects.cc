@@ -2,6 +2,7 @@
 // unlock and status.
 #include <filesystem>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <system_error>
 
@@ -57,7 +58,7 @@ void runVersionCreate(const GlobalOptions& global, const VersionOptions& options
   if (options.json) {
     printJson(Json{{"path", path.shown()}, {"version", version}});
   } else {
-    std::cout << "Kept version " << version << " of " << path.shown() << '\n';
+    printLine("Kept version " + std::to_string(version) + " of " + path.shown());
   }
 }
 
@@ -164,7 +165,9 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
       "create", "Keep the object's current content as its next version; the object then holds "
                 "the content of --from, or the same content");
   createCommand->add_option("path", create->path, "The object")->required()->type_name("PATH");
-  createCommand->add_option("--from", create->from, "The object's new content")->type_name("FILE");
+  createCommand->add_option("--from", create->from, "The object's new content")
+      ->type_name("FILE")
+      ->check(maxBytes(kMaxPathBytes));
   addJsonFlag(createCommand, &create->json);
   createCommand->callback([&context, create] {
     context.action = [&context, create] { runVersionCreate(context.global, *create); };
@@ -183,7 +186,10 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
       "rollback", "Make version N (or the nearest older one) the object's content, dropping "
                   "every newer version");
   rollbackCommand->add_option("path", rollback->path, "The object")->required()->type_name("PATH");
-  rollbackCommand->add_option("version", rollback->version, "The version")->required()->type_name("N");
+  rollbackCommand->add_option("version", rollback->version, "The version (1 to 2147483647)")
+      ->required()
+      ->type_name("N")
+      ->check(CLI::Range(1, std::numeric_limits<int>::max()));
   rollbackCommand->callback([&context, rollback] {
     context.action = [&context, rollback] { runVersionRollback(context.global, *rollback); };
   });

@@ -41,6 +41,7 @@ void runMkdir(const GlobalOptions& global, const MkdirOptions& options) {
   const std::string displayName =
       slash == std::string::npos ? options.path : options.path.substr(slash + 1);
   if (displayName.empty()) failUsage("mkdir: '" + options.path + "' ends without a display name");
+  checkLength("mkdir: the display name", displayName, kMaxNameBytes);
   if (displayName == "." || displayName == "..") {
     failUsage("mkdir: '" + displayName + "' is not a display name");
   }
@@ -55,9 +56,9 @@ void runMkdir(const GlobalOptions& global, const MkdirOptions& options) {
   if (options.json) {
     printJson(Json{{"path", shownPath}, {"name", name}});
   } else {
-    std::cout << "Created folder " << shownPath;
-    if (name != VaultPath{shownPath, ""}.leaf()) std::cout << " (display name \"" << name << "\")";
-    std::cout << '\n';
+    std::string line = "Created folder " + shownPath;
+    if (name != VaultPath{shownPath, ""}.leaf()) line += " (display name \"" + name + "\")";
+    printLine(line);
   }
 }
 
@@ -161,8 +162,7 @@ void runAdd(const GlobalOptions& global, const AddOptions& options) {
     if (options.json) {
       printJson(Json{{"path", objectPath.shown()}, {"name", text(object->getName())}});
     } else {
-      std::cout << "Added " << objectPath.shown() << " (display name \"" << text(object->getName())
-                << "\")\n";
+      printLine("Added " + objectPath.shown() + " (display name \"" + text(object->getName()) + "\")");
     }
   } catch (...) {
     fs::remove(text(fullPath), error);
@@ -196,9 +196,13 @@ void addTreeChangeCommands(CLI::App& app, ToolContext& context) {
   CLI::App* mkdirCommand = app.add_subcommand(
       "mkdir", "Create a folder: PATH/DISPLAYNAME makes a sub-folder of PATH whose directory "
                "name the library derives from DISPLAYNAME");
-  mkdirCommand->add_option("path", mkdir->path, "The parent folder and the display name")
+  mkdirCommand->add_option("path", mkdir->path,
+                           "The parent folder and the display name (the display name " +
+                               limitText(kMaxNameBytes) + ", the whole " + limitText(kMaxPathBytes) +
+                               ")")
       ->required()
-      ->type_name("PATH/DISPLAYNAME");
+      ->type_name("PATH/DISPLAYNAME")
+      ->check(maxBytes(kMaxPathBytes));
   addJsonFlag(mkdirCommand, &mkdir->json);
   mkdirCommand->callback([&context, mkdir] {
     context.action = [&context, mkdir] { runMkdir(context.global, *mkdir); };
@@ -216,6 +220,9 @@ void addTreeChangeCommands(CLI::App& app, ToolContext& context) {
   CLI::App* renameCommand = twoArgumentCommand(
       app, "rename", "Change the display name of a folder or object (its file name stays)",
       "path", "The folder or object", "newname", "The new display name", rename.get());
+  renameCommand->get_option("newname")
+      ->description("The new display name (" + limitText(kMaxNameBytes) + ")")
+      ->check(maxBytes(kMaxNameBytes));
   renameCommand->callback([&context, rename] {
     context.action = [&context, rename] { runRename(context.global, *rename); };
   });
@@ -225,6 +232,9 @@ void addTreeChangeCommands(CLI::App& app, ToolContext& context) {
       app, "fsrename",
       "Rename the directory of a folder, or the file of an object (the display name stays)",
       "path", "The folder or object", "newname", "The new directory or file name", fsrename.get());
+  fsrenameCommand->get_option("newname")
+      ->description("The new directory or file name (" + limitText(kMaxFileNameBytes) + ")")
+      ->check(maxBytes(kMaxFileNameBytes));
   fsrenameCommand->callback([&context, fsrename] {
     context.action = [&context, fsrename] { runFsRename(context.global, *fsrename); };
   });
@@ -233,6 +243,7 @@ void addTreeChangeCommands(CLI::App& app, ToolContext& context) {
   CLI::App* mvCommand = twoArgumentCommand(
       app, "mv", "Move a folder or object into another folder", "source",
       "The folder or object to move", "destination", "The folder to move it into", mv.get());
+  mvCommand->get_option("destination")->type_name("PATH");
   mvCommand->callback([&context, mv] {
     context.action = [&context, mv] { runMv(context.global, *mv); };
   });
@@ -242,15 +253,17 @@ void addTreeChangeCommands(CLI::App& app, ToolContext& context) {
       "add", "Copy a file into a folder as a new object");
   addCommand->add_option("file", add->file, "The file to copy in (any path, outside the vault too)")
       ->required()
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(maxBytes(kMaxPathBytes));
   addCommand->add_option("folder", add->folder, "The folder that receives it")
       ->required()
       ->type_name("FOLDER");
   addCommand->add_option("--name", add->name,
                          "The object's display name (default: the name the file's plug-in "
                          "reads from it, else the file's base name); the file name is derived "
-                         "from it")
-      ->type_name("DISPLAY");
+                         "from it (" + limitText(kMaxNameBytes) + ")")
+      ->type_name("DISPLAY")
+      ->check(maxBytes(kMaxNameBytes));
   addJsonFlag(addCommand, &add->json);
   addCommand->callback([&context, add] {
     context.action = [&context, add] { runAdd(context.global, *add); };

@@ -65,10 +65,9 @@ void runInit(const GlobalOptions& global, const InitOptions& options) {
   if (options.json) {
     printJson(Json{{"root", session.root()}, {"uuid", uuid}, {"changed", stored}});
   } else if (stored) {
-    std::cout << "Vault " << session.root() << " has the UUID " << uuid << '\n';
+    printLine("Vault " + session.root() + " has the UUID " + uuid);
   } else {
-    std::cout << "Vault " << session.root() << " already has the UUID " << uuid
-              << " (give --uuid to replace it)\n";
+    printLine("Vault " + session.root() + " already has the UUID " + uuid + " (give --uuid to replace it)");
   }
 }
 
@@ -106,7 +105,7 @@ void runInfo(const GlobalOptions& global, bool json) {
     plugins.addRow({plugin.typeName, plugin.description});
   }
   if (plugins.empty()) {
-    std::cout << "  (no plug-ins loaded)\n";
+    printLine("  (no plug-ins loaded)");
   } else {
     plugins.print(std::cout, "  ");
   }

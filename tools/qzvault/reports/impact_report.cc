@@ -213,8 +213,8 @@ void printLineage(VaultSession& session, QzvImpactAnalysis* analysis, bool json)
       lineage.push_back(Json{{"resource", resourceJson(session, user)}, {"uses", list}});
       continue;
     }
-    std::cout << resourceLine(session, user) << '\n';
-    for (const ResourceRow& usedRow : used) std::cout << "  uses " << resourceLine(session, usedRow) << '\n';
+    printLine(resourceLine(session, user));
+    for (const ResourceRow& usedRow : used) printLine("  uses " + resourceLine(session, usedRow));
   }
   if (json) printJson(lineage);
 }

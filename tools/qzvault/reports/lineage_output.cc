@@ -72,9 +72,9 @@ void printLineageTree(const VaultSession& session, const LineageGraph& graph,
   }
 
   const LineageNode& root = graph.nodes.front();
-  out << resourceLine(session, root.resource) << '\n';
+  printLine(resourceLine(session, root.resource), out);
   if (graph.nodes.size() == 1) {
-    out << (upstream ? "  (uses nothing)\n" : "  (used by nothing)\n");
+    printLine(upstream ? "  (uses nothing)" : "  (used by nothing)", out);
     return;
   }
   // Depth first, without recursion: a long chain must not exhaust the stack.
@@ -90,13 +90,14 @@ void printLineageTree(const VaultSession& session, const LineageGraph& graph,
     const LineageNode* node = stack.back().first;
     const int level = stack.back().second;
     stack.pop_back();
-    out << std::string(static_cast<std::size_t>(level) * 2, ' ') << '[' << node->distance << "] "
-        << (upstream ? "uses " : "used by ") << resourceLine(session, node->resource);
+    std::string line = std::string(static_cast<std::size_t>(level) * 2, ' ') + '[' +
+                       std::to_string(node->distance) + "] " + (upstream ? "uses " : "used by ") +
+                       resourceLine(session, node->resource);
     if (!expanded.insert(node->resource.id).second) {
-      out << "  (see above)\n";
+      printLine(line + "  (see above)", out);
       continue;
     }
-    out << '\n';
+    printLine(line, out);
     pushChildren(node->resource.id, level + 1);
   }
 }
@@ -121,24 +122,16 @@ Json lineageGraphJson(const VaultSession& session, const LineageGraph& graph) {
 }
 
 std::string dotEscape(const std::string& text) {
+  // Control characters are first shown as the text output shows them (a line
+  // break as \n, an escape character as \033), so that a DOT file printed on a
+  // terminal cannot drive it; the backslashes of those escapes are then
+  // quoted like any other, and a picture shows the escape as text.
+  const std::string shown = escapeControls(text);
   std::string escaped;
-  escaped.reserve(text.size());
-  for (const char c : text) {
-    switch (c) {
-      case '"':
-        escaped += "\\\"";
-        break;
-      case '\\':
-        escaped += "\\\\";
-        break;
-      case '\n':
-        escaped += "\\n";
-        break;
-      case '\r':
-        break;
-      default:
-        escaped += c;
-    }
+  escaped.reserve(shown.size());
+  for (const char c : shown) {
+    if (c == '"' || c == '\\') escaped += '\\';
+    escaped += c;
   }
   return escaped;
 }

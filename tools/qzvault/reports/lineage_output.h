@@ -36,8 +36,9 @@ Json lineageGraphJson(const VaultSession& session, const LineageGraph& graph);
 // border.
 std::string lineageGraphDot(const VaultSession& session, const LineageGraph& graph);
 
-// `text` as the inside of a DOT quoted string: quotes and backslashes
-// escaped, line breaks as "\n".
+// `text` as the inside of a DOT quoted string: control characters shown as
+// escapes (escapeControls), then quotes and backslashes quoted, so that the
+// escapes appear as text in a picture.
 std::string dotEscape(const std::string& text);
 
 }  // namespace qzvtool

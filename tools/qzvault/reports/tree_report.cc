@@ -56,17 +56,17 @@ void printTree(VaultSession& session, QzvFolder* folder, const VaultPath& path,
   auto branch = [&](bool last) { return indent + (last ? "`-- " : "|-- "); };
   for (const FolderEntry& entry : contents.folders) {
     const bool last = ++index == total;
-    std::cout << branch(last) << treeLabel(entry.path.leaf(), true, entry.name, "") << '\n';
+    printLine(branch(last) + treeLabel(entry.path.leaf(), true, entry.name, ""));
     Held<QzvFolder> child = openChild(folder, entry);
     printTree(session, child.get(), entry.path, indent + (last ? "    " : "|   "));
   }
   for (const ObjectEntry& entry : contents.objects) {
     const bool last = ++index == total;
-    std::cout << branch(last) << treeLabel(entry.path.leaf(), false, entry.name, entry.type) << '\n';
+    printLine(branch(last) + treeLabel(entry.path.leaf(), false, entry.name, entry.type));
   }
   for (const LinkEntry& entry : contents.links) {
     const bool last = ++index == total;
-    std::cout << branch(last) << entry.name << " -> " << entry.target << "  (link)\n";
+    printLine(branch(last) + entry.name + " -> " + entry.target + "  (link)");
   }
 }
 
@@ -76,9 +76,9 @@ void printFolderTree(VaultSession& session, const VaultPath& path) {
   Held<QzvFolder> folder = session.openFolder(path);
   const std::string name = text(folder->getName());
   if (path.isRoot()) {
-    std::cout << ".\n";
+    printLine(".");
   } else {
-    std::cout << treeLabel(path.shown(), true, name == path.leaf() ? "" : name, "") << '\n';
+    printLine(treeLabel(path.shown(), true, name == path.leaf() ? "" : name, ""));
   }
   printTree(session, folder.get(), path, "");
 }

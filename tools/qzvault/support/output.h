@@ -1,6 +1,19 @@
-// What the tool prints: aligned text tables for people and JSON documents
-// (--json) for programs. Data goes to stdout; errors, warnings and the
-// progress bar go to stderr.
+// What the tool prints: aligned text tables for people, JSON documents
+// (--json) and NUL-separated records (-z) for programs. Data goes to stdout;
+// errors, warnings and the progress bar go to stderr.
+//
+// Every write is checked. main() installs a checked buffer on std::cout
+// before a command runs (startOutput) and asks at the end whether stdout and
+// stderr took everything (finishOutput): a full disk, a closed pipe (when
+// SIGPIPE is ignored; otherwise the signal ends the tool as a shell expects)
+// or any other write error turns a success into exit status 1 with one line
+// on stderr.
+//
+// Text output is for people and terminals: a name can hold any byte, and a
+// line break or an escape sequence in a name must neither break a listing's
+// lines nor drive the terminal. Lines therefore go through printLine (and
+// tables through TextTable), which show control characters as escapes; JSON
+// and -z output carry names exactly.
 #ifndef QZVAULT_TOOL_SUPPORT_OUTPUT_H_
 #define QZVAULT_TOOL_SUPPORT_OUTPUT_H_
 
@@ -21,17 +34,44 @@ std::string text(const QzbString& value);
 // A library string as JSON: null for a null string.
 Json jsonText(const QzbString& value);
 
+// Installs the checked buffer on std::cout. Called once, by main(), before
+// anything is printed.
+void startOutput();
+// Flushes stdout and stderr. Returns `status` when everything was written or
+// a failure has already been reported (`status` non-zero); otherwise prints
+// "qzvault: cannot write to standard output: <reason>" (when stderr still
+// works) and returns kExitFailure.
+int finishOutput(int status);
+
+// `text` with every control character (C0, DEL and the C1 range) and every
+// byte that is not part of a valid UTF-8 character shown as an escape, as
+// ls does for names on a terminal: \a \b \t \n \v \f \r, and \ooo (three
+// octal digits) for the other bytes. Everything else is kept as it is.
+std::string escapeControls(const std::string& text);
+
+// Prints `line` and a line break on `out`, the line's control characters
+// escaped (escapeControls).
+void printLine(const std::string& line, std::ostream& out);
+void printLine(const std::string& line);  // on stdout
+
 // Prints `document` indented, on stdout. Bytes that are not UTF-8 are shown
 // as U+FFFD rather than failing the command.
 void printJson(const Json& document);
+// The text printJson prints, for writing to a file.
+std::string jsonDocument(const Json& document);
 
 // Rows of columns, printed with every column but the last padded to the
 // widest cell (counted in characters, not bytes) and two blanks between.
+// Cells are shown with their control characters escaped.
 class TextTable {
  public:
   void addRow(std::vector<std::string> cells);
   bool empty() const { return rows_.empty(); }
   void print(std::ostream& out, const std::string& indent = std::string()) const;
+  // The -z form: every row as exactly `columns` fields (missing cells are
+  // empty, further cells dropped), each field written exactly as it is and
+  // followed by a NUL byte. A reader takes `columns` fields per row.
+  void printRecords(std::ostream& out, std::size_t columns) const;
 
  private:
   std::vector<std::vector<std::string>> rows_;

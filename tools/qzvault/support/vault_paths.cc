@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "input_limits.h"
 #include "tool_error.h"
 
 namespace fs = std::filesystem;
@@ -54,6 +55,7 @@ VaultPath VaultPath::parent() const {
 }
 
 VaultPath resolveVaultPath(const std::string& root, const std::string& argument) {
+  checkLength("a path", argument, kMaxPathBytes);
   const fs::path rootPath(root);
   const fs::path given(argument);
   const fs::path full = (given.is_absolute() ? given : rootPath / given).lexically_normal();
@@ -96,6 +98,7 @@ bool vaultPathOf(const std::string& root, const std::string& absolute, VaultPath
 
 void checkComponentName(const std::string& name, const std::string& what) {
   if (name.empty()) failUsage(what + " is empty");
+  checkLength(what, name, kMaxFileNameBytes);
   if (name.find('/') != std::string::npos) {
     failUsage(what + " '" + name + "' must be a single name without \"/\"");
   }
