@@ -196,8 +196,8 @@ QZBASE_EXPORT const char* np_fio_errdesc(int code);
 // make it one of the vault's own files), is never empty, is valid UTF-8 where
 // the input was, and is at most min(outLength - 1, NP_NAME_MAX) bytes long,
 // cut at a character boundary. Characters that other file systems refuse
-// (: * ? " < > |) and control characters become "_"; leading dots and blanks
-// become "_"; trailing blanks and dots are dropped. Returns 0, or
+// (: * ? " < > |) and control characters (C0, DEL and C1) become "_"; leading
+// dots and blanks become "_"; trailing blanks and dots are dropped. Returns 0, or
 // NP_ERR_BUFFER when `out` is null or `outLength` below 2. A null name counts
 // as empty; an empty name gives "_".
 QZBASE_EXPORT int np_fio_fncode(const char* name, char* out, std::size_t outLength);

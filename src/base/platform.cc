@@ -158,6 +158,13 @@ bool isUnsafeAscii(unsigned char c) {
   }
 }
 
+// The C1 control characters U+0080 to U+009F, in UTF-8 a lead byte 0xC2
+// followed by 0x80 to 0x9F: as much control characters as the C0 range (one
+// of them begins a terminal's control sequences).
+bool isC1Control(const unsigned char* text, std::size_t sequence) {
+  return sequence == 2 && text[0] == 0xC2 && text[1] <= 0x9F;
+}
+
 bool isTrailingTrash(char c) { return c == ' ' || c == '.'; }
 
 }  // namespace
@@ -174,7 +181,8 @@ int np_fio_fncode(const char* name, char* out, std::size_t outLength) {
   bool leading = true;  // still in the run of leading dots and blanks
   for (std::size_t i = 0; i < inLength;) {
     std::size_t sequence = utf8SequenceLength(in + i, inLength - i);
-    bool replace = sequence == 0 || (sequence == 1 && isUnsafeAscii(in[i]));
+    bool replace = sequence == 0 || (sequence == 1 && isUnsafeAscii(in[i])) ||
+                   isC1Control(in + i, sequence);
     if (leading) {
       if (sequence == 1 && (in[i] == '.' || in[i] == ' ')) {
         replace = true;

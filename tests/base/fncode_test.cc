@@ -68,6 +68,12 @@ std::string violations(const std::string& result, std::size_t outLength, bool in
     if (c == '/' || c == '\\') problems += "separator; ";
     if (c < 0x20 || c == 0x7F) problems += "control character; ";
   }
+  for (std::size_t i = 0; i + 1 < result.size(); ++i) {
+    if (static_cast<unsigned char>(result[i]) == 0xC2 && static_cast<unsigned char>(result[i + 1]) >= 0x80 &&
+        static_cast<unsigned char>(result[i + 1]) <= 0x9F) {
+      problems += "C1 control character; ";
+    }
+  }
   if (inputWasUtf8 && !isValidUtf8(result)) problems += "invalid UTF-8; ";
   return problems;
 }
@@ -113,6 +119,11 @@ TEST(FileNameCode, ControlCharactersAndDelete) {
   EXPECT_EQ("a_b", code("a\x7f" "b"));
   EXPECT_EQ("_", code("\x7f"));
   EXPECT_EQ("_", code("\r"));
+  // C1 controls (U+0080 to U+009F): U+009B begins terminal control sequences
+  // as ESC [ does. The characters after them are kept.
+  EXPECT_EQ("a_b", code("a\xC2\x9B" "b"));
+  EXPECT_EQ("a_b", code("a\xC2\x80" "b"));
+  EXPECT_EQ("a\xC2\xA0" "b", code("a\xC2\xA0" "b"));
 }
 
 TEST(FileNameCode, Blanks) {

@@ -54,13 +54,20 @@ bool endsWithNoCase(const std::string& text, const std::string& suffix) {
              .compare(suffix.c_str(), false) == 0;
 }
 
-// An extension may not carry a separator or a control character: the result
-// of qzviGetNewValidFilename must stay one component of the folder.
+// An extension may not carry a separator or a control character (C0, DEL, or
+// a C1 control, in UTF-8 0xC2 followed by 0x80 to 0x9F): the result of
+// qzviGetNewValidFilename must stay one component of the folder that
+// np_fio_fncode could have made.
 bool isSafeExtension(const QzbString& extension) {
   const char* text = extension.asCstr();
-  for (unsigned i = 0; i < extension.length(); ++i) {
+  const unsigned length = extension.length();
+  for (unsigned i = 0; i < length; ++i) {
     const unsigned char c = static_cast<unsigned char>(text[i]);
     if (c < 0x20 || c == 0x7F || c == '/' || c == '\\') return false;
+    if (c == 0xC2 && i + 1 < length) {
+      const unsigned char next = static_cast<unsigned char>(text[i + 1]);
+      if (next >= 0x80 && next <= 0x9F) return false;
+    }
   }
   return true;
 }

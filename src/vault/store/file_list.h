@@ -69,9 +69,9 @@ extern const char* const kQzviTwoPartExtensions[12];
 // the name cannot be made or a stat fails oddly.
 // The result is always one component within NP_NAME_MAX bytes that does not
 // begin with ".": the display name goes through np_fio_fncode, an extension
-// holding a separator or a control character gives null, and when prefix,
-// name and extension would not fit, the name part (never the extension) is
-// shortened at a UTF-8 character boundary. The extension test ignores ASCII
+// holding a separator or a control character (C0, DEL or C1) gives null, and
+// when prefix, name and extension would not fit, the name part (never the
+// extension) is shortened at a UTF-8 character boundary. The extension test ignores ASCII
 // letter case ("Report.TXT" keeps its ".TXT").
 QzbString qzviGetNewValidFilename(const QzbString& name, const QzbString& extension,
                                   const QzbString& directory);

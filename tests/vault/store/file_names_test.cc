@@ -215,6 +215,11 @@ TEST(NewValidFilename, ExtensionWithSeparatorOrControlCharacterGivesNull) {
   EXPECT_TRUE(qzviGetNewValidFilename(S("x"), S("a/b"), S(dir.path())).isNull());
   EXPECT_TRUE(qzviGetNewValidFilename(S("x"), S("..\\b"), S(dir.path())).isNull());
   EXPECT_TRUE(qzviGetNewValidFilename(S("x"), S("t\nx"), S(dir.path())).isNull());
+  // A C1 control (U+0080 to U+009F) as well: U+009B begins terminal control
+  // sequences. Found by fuzzing, behind bytes that are not UTF-8.
+  EXPECT_TRUE(qzviGetNewValidFilename(S("x"), S("c\xC2\x9B" "1"), S(dir.path())).isNull());
+  EXPECT_TRUE(qzviGetNewValidFilename(S("x"), S("\xC2\xC2\x8F"), S(dir.path())).isNull());
+  EXPECT_EQ(qzviGetNewValidFilename(S("x"), S("\xC2\xA0"), S(dir.path())).toStdString(), "x.\xC2\xA0");
 }
 
 TEST(NewValidFilename, ExtensionTooLongToFitGivesNull) {
