@@ -14,6 +14,7 @@ QZ_REQUIRED_PACKAGES=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   libcli11-dev nlohmann-json3-dev uuid-dev
   graphviz binutils
+  clang libclang-rt-dev
 )
 
 # Prints the packages of QZ_REQUIRED_PACKAGES that are not installed.
