@@ -12,6 +12,7 @@
 #include "cli.h"
 #include "output.h"
 #include "tool_error.h"
+#include "warnings.h"
 
 namespace {
 
@@ -27,6 +28,9 @@ std::string usageMessage(const CLI::App& app, const CLI::ParseError& error) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The configuration file is read when the configuration is first asked
+  // for; what goes wrong with it is shown, whichever command asks.
+  qzvtool::WarningPrinter configurationWarnings(qzvtool::kBaseLogger);
   qzvtool::ToolContext context;
   CLI::App app("qzvault", "qzvault");
   qzvtool::setUpCommandLine(app, context);

@@ -1,5 +1,8 @@
 #include "cli.h"
 
+#include <filesystem>
+#include <system_error>
+
 namespace qzvtool {
 namespace {
 
@@ -10,6 +13,19 @@ std::string checkSetting(const std::string& setting) {
     return "'" + setting + "' is not KEY=VALUE";
   }
   return std::string();
+}
+
+// --plugins DIR[:DIR...]: each directory named must exist.
+std::string checkPluginDirectories(const std::string& value) {
+  std::size_t start = 0;
+  for (;;) {
+    const std::size_t colon = value.find(':', start);
+    const std::string part = value.substr(start, colon == std::string::npos ? std::string::npos : colon - start);
+    std::error_code error;
+    if (!part.empty() && !std::filesystem::is_directory(part, error)) return part + " is not a directory";
+    if (colon == std::string::npos) return std::string();
+    start = colon + 1;
+  }
 }
 
 }  // namespace
@@ -36,10 +52,11 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
                  "The vault's root directory (default: the current directory)")
       ->type_name("DIR");
   app.add_option("--plugins", global.plugins,
-                 "Load metadata plug-ins from DIR (default: the configuration key "
-                 "BASE/PLUGIN_PATH, else the installed plug-in directory)")
-      ->type_name("DIR")
-      ->check(CLI::ExistingDirectory);
+                 "Load metadata plug-ins from these directories, separated by \":\" and read in "
+                 "order (default: the configuration key BASE/PLUGIN_PATH, else the installed "
+                 "plug-in directory)")
+      ->type_name("DIRS")
+      ->check(checkPluginDirectories);
   app.add_option("--log-level", global.logLevel,
                  "Print the library's log events of level N (1 trace .. 6 fatal) and above "
                  "on stderr")
@@ -60,6 +77,7 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   addLineageCommands(app, context);
   addDemoCommand(app, context);
   addCheckCommand(app, context);
+  addConfigCommand(app, context);
 }
 
 }  // namespace qzvtool

@@ -8,6 +8,7 @@
 #include "output.h"
 #include "qzbase/file_types.h"
 #include "tool_error.h"
+#include "warnings.h"
 
 namespace fs = std::filesystem;
 
@@ -18,18 +19,16 @@ namespace {
 // has never been used as a vault.
 const char* const kVaultFiles[] = {".v_fmd", ".v_cmd", ".v_imd"};
 
-// Applies the --set options to the process configuration, where the library
-// reads its keys and the values of impact-analysis macros.
+}  // namespace
+
 void applySettings(const std::vector<std::string>& settings) {
   QzbConfigOptions* config = qzbGetConfigOptions(nullptr);
   for (const std::string& setting : settings) {
     const std::size_t equals = setting.find('=');
-    config->setOption(QzbString(setting.substr(0, equals).c_str()),
-                      QzbString(setting.substr(equals + 1).c_str()));
+    config->setOptionFrom(QzbString(setting.substr(0, equals).c_str()),
+                          QzbString(setting.substr(equals + 1).c_str()), QzbString("--set", true));
   }
 }
-
-}  // namespace
 
 std::string vaultDirectoryOption(const GlobalOptions& options) {
   std::error_code error;
@@ -61,6 +60,9 @@ VaultSession::VaultSession(const GlobalOptions& options, const std::string& dire
   qzVaultStartup();
   started_ = true;
   try {
+    // What the library warns about while it loads the plug-ins reaches the
+    // operator; later warnings belong to the command's own failures.
+    WarningPrinter warnings(kVaultLogger);
     pluginDirectory_ = applyPluginDirectory(options.plugins);
     vault_ = createVaultInstance(root_.c_str());
     if (vault_ == nullptr) {

@@ -24,6 +24,11 @@ namespace qzvtool {
 // not checked.
 std::string vaultDirectoryOption(const GlobalOptions& options);
 
+// Applies the --set options (KEY=VALUE, checked by the parser) to the process
+// configuration, where the library reads its keys and the values of
+// impact-analysis macros; each remembers "--set" as its origin.
+void applySettings(const std::vector<std::string>& settings);
+
 // One loaded plug-in, as the vault describes it.
 struct PluginInfo {
   std::string typeName;
