@@ -114,6 +114,17 @@ Held<QzvAttribute> openAttribute(VaultSession& session, const VaultPath& path,
   return attribute;
 }
 
+// Attributes whose names begin with "_" (the creator, the modifying user,
+// the dates, the lock owner, the vault's UUID) are kept by the library
+// itself; the tool does not write them.
+void checkNotReserved(const std::string& command, const std::string& name) {
+  if (!name.empty() && name[0] == '_') {
+    failUsage("attr " + command + ": " + name +
+              " belongs to the library (attribute names beginning with \"_\" are kept by the "
+              "vault itself)");
+  }
+}
+
 void checkPosition(const AttrOptions& options) {
   if (options.rowGiven() && options.row < 0) {
     failUsage("--row " + std::to_string(options.row) + " is negative (rows are numbered from 0)");
@@ -172,6 +183,7 @@ void runGet(const GlobalOptions& global, const AttrOptions& options) {
 }
 
 void runSet(const GlobalOptions& global, const AttrOptions& options) {
+  checkNotReserved("set", options.name);
   checkPosition(options);
   VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
   const VaultPath path = session.resolve(options.path);
@@ -183,6 +195,7 @@ void runSet(const GlobalOptions& global, const AttrOptions& options) {
 }
 
 void runClear(const GlobalOptions& global, const AttrOptions& options) {
+  checkNotReserved("clear", options.name);
   VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
   const VaultPath path = session.resolve(options.path);
   Held<QzvAttribute> attribute = openAttribute(session, path, options.name);
