@@ -141,7 +141,8 @@ void runAdd(const GlobalOptions& global, const AddOptions& options) {
   fs::copy_file(options.file, text(fullPath), error);
   if (error) fail("cannot copy " + options.file + " into the vault: " + error.message());
 
-  // From here on a failure takes the copy away again, so that nothing is left.
+  // From here on a failure takes the copy away again, so that nothing is left:
+  // neither the file nor the rows that listing the folder cached for it.
   try {
     // The folder's listing tells whether a plug-in read the file, and the
     // display name it found in it.
@@ -165,7 +166,10 @@ void runAdd(const GlobalOptions& global, const AddOptions& options) {
                 << "\")\n";
     }
   } catch (...) {
+    Held<QzvObject> copy = hold(folder->getChildObject(fullPath));
     fs::remove(text(fullPath), error);
+    // Refreshing the object whose file is gone removes its cached rows.
+    if (copy) copy->refreshMetadata();
     throw;
   }
 }
