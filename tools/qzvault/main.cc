@@ -3,6 +3,10 @@
 // main() parses the command line (usage errors end here with exit status 2),
 // then runs the chosen command; a command reports failure by throwing
 // ToolError, which main() prints as one line on stderr.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -47,6 +51,13 @@ int main(int argc, char** argv) {
   if (!context.action) {
     qzvtool::printError("no command given (see qzvault --help)");
     return qzvtool::kExitUsage;
+  }
+  // -C: the command runs as if started there, like git's.
+  for (const std::string& directory : context.global.directories) {
+    if (chdir(directory.c_str()) != 0) {
+      qzvtool::printError("-C " + directory + ": " + std::strerror(errno));
+      return qzvtool::kExitUsage;
+    }
   }
   try {
     context.action();

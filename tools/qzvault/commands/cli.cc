@@ -48,8 +48,13 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   app.set_help_all_flag("--help-all", "Print the help of every command");
 
   GlobalOptions& global = context.global;
+  app.add_option("-C", global.directories,
+                 "Run as if started in DIR (repeatable; each is taken from the one before)")
+      ->type_name("DIR")
+      ->allow_extra_args(false);
   app.add_option("--vault", global.vault,
-                 "The vault's root directory (default: the current directory)")
+                 "The vault's root directory (default: $QZVAULT_DIR, else the vault the current "
+                 "directory lies in)")
       ->type_name("DIR");
   app.add_option("--plugins", global.plugins,
                  "Load metadata plug-ins from these directories, separated by \":\" and read in "

@@ -135,7 +135,7 @@ void checkPosition(const AttrOptions& options) {
 }
 
 void runList(const GlobalOptions& global, const AttrOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvItemList> list;
   if (path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder) {
@@ -153,7 +153,7 @@ void runList(const GlobalOptions& global, const AttrOptions& options) {
 
 void runGet(const GlobalOptions& global, const AttrOptions& options) {
   checkPosition(options);
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvAttribute> attribute = openAttribute(session, path, options.name);
   const int rows = attribute->numRows();
@@ -185,7 +185,7 @@ void runGet(const GlobalOptions& global, const AttrOptions& options) {
 void runSet(const GlobalOptions& global, const AttrOptions& options) {
   checkNotReserved("set", options.name);
   checkPosition(options);
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvAttribute> attribute = openAttribute(session, path, options.name);
   if (attribute->isReadOnly()) fail("attribute " + options.name + " of " + path.shown() + " is read only");
@@ -196,7 +196,7 @@ void runSet(const GlobalOptions& global, const AttrOptions& options) {
 
 void runClear(const GlobalOptions& global, const AttrOptions& options) {
   checkNotReserved("clear", options.name);
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvAttribute> attribute = openAttribute(session, path, options.name);
   if (attribute->isReadOnly()) fail("attribute " + options.name + " of " + path.shown() + " is read only");

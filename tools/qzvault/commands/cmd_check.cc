@@ -27,7 +27,7 @@ std::string counted(int count, const char* one, const char* many) {
 }
 
 void runCheck(const GlobalOptions& global, const CheckOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   Held<QzvVaultCheck> checker = hold(session.vault()->getVaultCheck());
   if (!checker) failWith(session.vault()->getErrorMessage(), "cannot make a vault check");
   Held<QzvItemList> findings = hold(checker->check(options.repair));

@@ -12,6 +12,7 @@
 #include "qzbase/config.h"
 #include "session.h"
 #include "tool_error.h"
+#include "vault_location.h"
 
 namespace qzvtool {
 namespace {
@@ -41,6 +42,15 @@ void runConfig(const GlobalOptions& global, bool json) {
   const QzbString file = qzbGetConfigFileState(&origin, &problem);
   const PluginDirectory plugins = applyPluginDirectory(global.plugins);
   const std::vector<ConfigOption> options = effectiveOptions();
+  // The vault a command would work on here, when there is one.
+  std::string root;
+  std::string foundBy;
+  try {
+    const VaultLocation location = locateVault(global);
+    root = location.root;
+    foundBy = location.how;
+  } catch (const ToolError&) {
+  }
 
   if (json) {
     Json fileJson(nullptr);
@@ -51,12 +61,14 @@ void runConfig(const GlobalOptions& global, bool json) {
     for (const ConfigOption& option : options) {
       list.push_back(Json{{"key", option.key}, {"value", option.value}, {"origin", option.origin}});
     }
-    printJson(Json{{"file", fileJson},
+    printJson(Json{{"vault", root.empty() ? Json(nullptr) : Json{{"root", root}, {"foundBy", foundBy}}},
+                   {"file", fileJson},
                    {"options", list},
                    {"pluginDirectory", Json{{"path", plugins.path}, {"source", plugins.source}}}});
     return;
   }
   TextTable head;
+  head.addRow({"Vault:", root.empty() ? "(none here)" : root + " (" + foundBy + ")"});
   std::string fileLine = "(none)";
   if (!file.isNull()) {
     fileLine = text(file) + " (" + text(origin) + ")";
@@ -77,7 +89,7 @@ void addConfigCommand(CLI::App& app, ToolContext& context) {
   auto json = std::make_shared<bool>(false);
   CLI::App* command = app.add_subcommand(
       "config",
-      "Show the configuration in force: the file read (QZ_CONFIG_FILE, else "
+      "Show the configuration in force: the vault found from here, the file read (QZ_CONFIG_FILE, else "
       "$XDG_CONFIG_HOME/qzvault/config, else /etc/qzvault/config), every option with where it "
       "came from, and the plug-in directory");
   addJsonFlag(command, json.get());

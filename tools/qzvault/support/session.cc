@@ -8,16 +8,13 @@
 #include "output.h"
 #include "qzbase/file_types.h"
 #include "tool_error.h"
+#include "vault_location.h"
 #include "warnings.h"
 
 namespace fs = std::filesystem;
 
 namespace qzvtool {
 namespace {
-
-// The vault's own metadata files at its root; a directory with none of them
-// has never been used as a vault.
-const char* const kVaultFiles[] = {".v_fmd", ".v_cmd", ".v_imd"};
 
 }  // namespace
 
@@ -30,28 +27,26 @@ void applySettings(const std::vector<std::string>& settings) {
   }
 }
 
-std::string vaultDirectoryOption(const GlobalOptions& options) {
-  std::error_code error;
-  const fs::path given = options.vault.empty() ? fs::current_path(error) : fs::path(options.vault);
-  if (error) fail("cannot read the current directory: " + error.message());
-  return fs::absolute(given, error).lexically_normal().string();
+VaultSession::VaultSession(const GlobalOptions& options) {
+  const VaultLocation location = locateVault(options);
+  root_ = location.root;
+  base_ = location.base;
+  foundBy_ = location.how;
+  open(options);
 }
 
-VaultSession::VaultSession(const GlobalOptions& options, const std::string& directory, Mode mode) {
+VaultSession::VaultSession(const GlobalOptions& options, const std::string& directory) {
   std::error_code error;
   const fs::file_status status = fs::status(directory, error);
   if (!fs::exists(status)) failUsage("no such directory: " + directory);
   if (!fs::is_directory(status)) failUsage("not a directory: " + directory);
   root_ = fs::canonical(directory, error).string();
   if (error) fail("cannot resolve " + directory + ": " + error.message());
-  if (mode == Mode::kRequireVault) {
-    bool found = false;
-    for (const char* name : kVaultFiles) found = found || fs::exists(fs::path(root_) / name, error);
-    if (!found) {
-      failUsage(directory + " is not a vault (run 'qzvault init' there to make it one)");
-    }
-  }
+  foundBy_ = "made here";
+  open(options);
+}
 
+void VaultSession::open(const GlobalOptions& options) {
   applySettings(options.settings);
   if (options.logLevel > 0) {
     sink_.reset(new QzLogStreamSink(stderr));
