@@ -11,7 +11,7 @@
 QZ_REQUIRED_PACKAGES=(
   build-essential cmake pkg-config
   libsqlite3-dev sqlite3
-  libgtest-dev libgmock-dev googletest libbenchmark-dev
+  libgtest-dev libgmock-dev googletest
   libcli11-dev nlohmann-json3-dev uuid-dev
   graphviz binutils
 )
