@@ -35,6 +35,7 @@ void addImpactCommands(CLI::App& app, ToolContext& context);      // analyze ...
 void addLineageCommands(CLI::App& app, ToolContext& context);     // lineage, graph
 void addDemoCommand(CLI::App& app, ToolContext& context);         // demo
 void addCheckCommand(CLI::App& app, ToolContext& context);        // check
+void addConfigCommand(CLI::App& app, ToolContext& context);       // config
 
 // A validator that refuses a value longer than `limit` bytes (a usage error
 // naming the option and the limit; see input_limits.h).
