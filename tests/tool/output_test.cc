@@ -128,7 +128,9 @@ TEST_F(OutputTest, AFullDiskIsAFailureOfOneLine) {
 TEST_F(OutputTest, ALineageThatCannotBeWrittenFails) {
   if (!qztool::definitionPluginBuilt()) GTEST_SKIP() << "the definition plug-in is not built";
   const std::string demo = dir_.join("demo");
-  const ToolResult made = qztool::runTool({"demo", demo}, {"", {{"PATH", ""}}, false});
+  qztool::RunOptions options;
+  options.env = {{"PATH", ""}};
+  const ToolResult made = qztool::runTool({"demo", demo}, options);
   ASSERT_EQ(made.status, 0) << made.describe();
   for (const std::vector<std::string>& args :
        {std::vector<std::string>{"lineage"}, {"lineage", "--json"}, {"graph"},
