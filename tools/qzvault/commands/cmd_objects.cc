@@ -39,7 +39,7 @@ void runVersionCreate(const GlobalOptions& global, const VersionOptions& options
   if (!options.from.empty() && !fs::is_regular_file(options.from, error)) {
     failUsage("version create: --from " + options.from + " is not a file");
   }
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
   if (!object->createVersion()) failWith(object->getErrorMessage(), "cannot version " + path.shown());
@@ -62,7 +62,7 @@ void runVersionCreate(const GlobalOptions& global, const VersionOptions& options
 }
 
 void runVersionList(const GlobalOptions& global, const VersionOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
   const int highest = highestVersion(object.get(), path);
@@ -83,7 +83,7 @@ void runVersionList(const GlobalOptions& global, const VersionOptions& options) 
 }
 
 void runVersionRollback(const GlobalOptions& global, const VersionOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
   if (!object->rollbackVersion(options.version)) {
@@ -98,7 +98,7 @@ std::string lockOwner(QzvObject* object) {
 }
 
 void runLock(const GlobalOptions& global, const std::string& argument, bool lock) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(argument);
   Held<QzvObject> object = session.openObject(path);
   if (lock) {
@@ -116,7 +116,7 @@ void runLock(const GlobalOptions& global, const std::string& argument, bool lock
 }
 
 void runStatus(const GlobalOptions& global, const PathOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
 
