@@ -1,6 +1,6 @@
 // QzvLineageImpl: closures of the lineage graph (everything that depends on a
 // resource, or that it uses, through any chain) and the whole graph, read from
-// the vault's ".v_imd" with one recursive query per closure.
+// the vault's ".v_imd".
 //
 // How a closure is read: lineage_walk.h. The walk gives the reached
 // resources with their distances (and, for the edge lists, the edges among
