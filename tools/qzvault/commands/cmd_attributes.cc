@@ -196,6 +196,13 @@ void runSet(const GlobalOptions& global, const AttrOptions& options) {
   attribute->setValue(options.columnGiven() ? options.column : 0, options.rowGiven() ? options.row : 0,
                       QzbString(options.value.c_str()));
   if (!attribute->commit()) failWith(attribute->getErrorMessage(), "cannot store attribute " + options.name);
+  if (options.json) {
+    printJson(Json{{"path", path.shown()},
+                   {"name", options.name},
+                   {"row", options.rowGiven() ? options.row : 0},
+                   {"col", options.columnGiven() ? options.column : 0},
+                   {"value", options.value}});
+  }
 }
 
 void runClear(const GlobalOptions& global, const AttrOptions& options) {
@@ -206,6 +213,7 @@ void runClear(const GlobalOptions& global, const AttrOptions& options) {
   if (attribute->isReadOnly()) fail("attribute " + options.name + " of " + path.shown() + " is read only");
   attribute->clear();
   if (!attribute->commit()) failWith(attribute->getErrorMessage(), "cannot store attribute " + options.name);
+  if (options.json) printJson(Json{{"path", path.shown()}, {"name", options.name}, {"cleared", true}});
 }
 
 void addPosition(CLI::App* command, AttrOptions* options) {
@@ -256,6 +264,7 @@ void addAttributeCommands(CLI::App& app, ToolContext& context) {
       ->required()
       ->check(maxBytes(kMaxValueBytes));
   addPosition(setCommand, set.get());
+  addJsonFlag(setCommand, &set->json);
   setCommand->callback([&context, set] {
     context.action = [&context, set] { runSet(context.global, *set); };
   });
@@ -267,6 +276,7 @@ void addAttributeCommands(CLI::App& app, ToolContext& context) {
   clearCommand->add_option("name", clear->name, "The attribute (" + limitText(kMaxNameBytes) + ")")
       ->required()
       ->check(maxBytes(kMaxNameBytes));
+  addJsonFlag(clearCommand, &clear->json);
   clearCommand->callback([&context, clear] {
     context.action = [&context, clear] { runClear(context.global, *clear); };
   });

@@ -91,6 +91,10 @@ void runVersionRollback(const GlobalOptions& global, const VersionOptions& optio
   if (!object->rollbackVersion(options.version)) {
     failWith(object->getErrorMessage(), "cannot roll " + path.shown() + " back");
   }
+  if (options.json) {
+    printJson(Json{{"path", path.shown()}, {"rolledBackTo", options.version},
+                   {"versions", highestVersion(object.get(), path)}});
+  }
 }
 
 // The login name the library records in a lock this process takes.
@@ -107,7 +111,8 @@ std::string lockOwner(QzvObject* object) {
   return owner ? text(owner->getSingletonValue()) : std::string();
 }
 
-void runLock(const GlobalOptions& global, const std::string& argument, bool lock, bool force) {
+void runLock(const GlobalOptions& global, const std::string& argument, bool lock, bool force,
+             bool json) {
   VaultSession session(global);
   const VaultPath path = session.resolve(argument);
   Held<QzvObject> object = session.openObject(path);
@@ -129,6 +134,11 @@ void runLock(const GlobalOptions& global, const std::string& argument, bool lock
   }
   if (!object->setLockedStatus(lock)) {
     failWith(object->getErrorMessage(), std::string("cannot ") + (lock ? "lock " : "unlock ") + path.shown());
+  }
+  if (json) {
+    printJson(Json{{"path", path.shown()},
+                   {"locked", lock},
+                   {"lockedBy", lock ? Json(lockOwner(object.get())) : Json(nullptr)}});
   }
 }
 
@@ -206,6 +216,7 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
       ->required()
       ->type_name("N")
       ->check(CLI::Range(1, std::numeric_limits<int>::max()));
+  addJsonFlag(rollbackCommand, &rollback->json);
   rollbackCommand->callback([&context, rollback] {
     context.action = [&context, rollback] { runVersionRollback(context.global, *rollback); };
   });
@@ -213,6 +224,7 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
   for (const bool lock : {true, false}) {
     auto path = std::make_shared<std::string>();
     auto force = std::make_shared<bool>(false);
+    auto json = std::make_shared<bool>(false);
     CLI::App* command = app.add_subcommand(
         lock ? "lock" : "unlock",
         lock ? "Lock an object in your name (an advisory lock)"
@@ -220,9 +232,10 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
                "becomes read-only");
     command->add_option("path", *path, "The object")->required()->type_name("PATH");
     if (!lock) command->add_flag("--force", *force, "Remove the lock whoever holds it");
-    command->callback([&context, path, lock, force] {
-      context.action = [&context, path, lock, force] {
-        runLock(context.global, *path, lock, *force);
+    addJsonFlag(command, json.get());
+    command->callback([&context, path, lock, force, json] {
+      context.action = [&context, path, lock, force, json] {
+        runLock(context.global, *path, lock, *force, *json);
       };
     });
   }
