@@ -8,6 +8,7 @@
 #include <pthread.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "platform_fs.h"
 #include "qzbase/platform.h"
 
 struct NpFile {
@@ -469,12 +471,21 @@ void posixMutexDestroy(void* mutex) {
   delete m;
 }
 
+int posixFsInfo(const char* path, NpFsInfo* info) {
+  if (path == nullptr || info == nullptr) return NP_ERR_UNKNOWN;
+  struct statfs status;
+  if (statfs(path, &status) != 0) return lastError(NpCall::kStat);
+  // f_type is signed on some platforms; the magic numbers are 32-bit.
+  npDescribeFileSystem(static_cast<uint64_t>(static_cast<uint32_t>(status.f_type)), info);
+  return NP_OK;
+}
+
 const NpPlatformOps kPosixOps = {
     posixStat,       posixRename,      posixUnlink,      posixOpen,        posixClose,
     posixChperm,     posixDirOpen,     posixDirNext,     posixDirNextStat, posixDirClose,
     posixDirCreate,  posixDirUnlink,   posixDsoLoad,     posixDsoGetsym,   posixDsoUnload,
     posixUser,       posixSleep,       posixTimeNow,     posixMutexCreate, posixMutexLock,
-    posixMutexUnlock, posixMutexDestroy, posixLink,
+    posixMutexUnlock, posixMutexDestroy, posixLink,   posixFsInfo,
 };
 
 }  // namespace
