@@ -49,7 +49,8 @@ int main(int argc, char** argv) {
     std::cout.flush();
     return qzvtool::kExitSuccess;
   } catch (const qzvtool::ToolError& error) {
-    qzvtool::printError(error.what());
+    // A command that says what it found on stdout (diff) ends without a message.
+    if (*error.what() != '\0') qzvtool::printError(error.what());
     return error.exitStatus();
   } catch (const std::exception& error) {
     qzvtool::printError(error.what());

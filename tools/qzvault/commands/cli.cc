@@ -56,6 +56,7 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   addTreeChangeCommands(app, context);
   addAttributeCommands(app, context);
   addObjectCommands(app, context);
+  addHistoryCommands(app, context);
   addImpactCommands(app, context);
   addLineageCommands(app, context);
   addDemoCommand(app, context);

@@ -30,6 +30,7 @@ void addBrowseCommands(CLI::App& app, ToolContext& context);      // ls, tree
 void addTreeChangeCommands(CLI::App& app, ToolContext& context);  // mkdir ... rm
 void addAttributeCommands(CLI::App& app, ToolContext& context);   // attr
 void addObjectCommands(CLI::App& app, ToolContext& context);      // version, lock ...
+void addHistoryCommands(CLI::App& app, ToolContext& context);     // log, show, diff
 void addImpactCommands(CLI::App& app, ToolContext& context);      // analyze ... clean
 void addLineageCommands(CLI::App& app, ToolContext& context);     // lineage, graph
 void addDemoCommand(CLI::App& app, ToolContext& context);         // demo

@@ -1,6 +1,6 @@
 // Lineage beyond one step: lineage (every edge, or the closure of one
-// resource upstream or downstream) and graph (DOT or JSON, optionally
-// rendered to SVG by Graphviz).
+// resource upstream or downstream), lineage export (OpenLineage events for a
+// catalogue) and graph (DOT or JSON, optionally rendered to SVG by Graphviz).
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -10,7 +10,9 @@
 #include "impact_report.h"
 #include "lineage_graph.h"
 #include "lineage_output.h"
+#include "openlineage.h"
 #include "output.h"
+#include "output_file.h"
 #include "session.h"
 #include "tool_error.h"
 
@@ -24,6 +26,12 @@ struct LineageOptions {
   int depth = QZV_LINEAGE_UNLIMITED;
   bool depthGiven = false;
   bool json = false;
+};
+
+struct ExportOptions {
+  std::string format;
+  std::string jobNamespace;
+  std::string output = "-";
 };
 
 struct GraphOptions {
@@ -75,6 +83,38 @@ void runLineage(const GlobalOptions& global, const LineageOptions& options) {
     printJson(lineageClosureJson(session, closure, direction, options.depth));
   } else {
     printLineageTree(session, closure, direction, std::cout);
+  }
+}
+
+void runExport(const GlobalOptions& global, const ExportOptions& options) {
+  if (!options.jobNamespace.empty() && options.jobNamespace.find_first_not_of(" \t") == std::string::npos) {
+    failUsage("--namespace is blank");
+  }
+  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  checkOutputTarget(session.root(), options.output);
+  std::string jobNamespace = options.jobNamespace;
+  if (jobNamespace.empty()) {
+    jobNamespace = text(session.vault()->getUUID());
+    if (jobNamespace.empty()) fail("the vault has no UUID to name the jobs' namespace: give --namespace NS");
+  }
+  Held<QzvImpactAnalysis> analysis = openAnalysis(session);
+  const OpenLineageExport exported =
+      openLineageExport(session, analysis.get(), jobNamespace, openLineageProducer());
+  std::string lines;
+  for (const Json& event : exported.events) {
+    lines += event.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  }
+  writeOutput(options.output, lines);
+  if (!isStdout(options.output)) {
+    std::cout << "Wrote " << options.output << " (" << exported.events.size()
+              << (exported.events.size() == 1 ? " event" : " events") << ")\n";
+  }
+  if (!exported.unsetMacros.empty()) {
+    std::string names;
+    for (const std::string& name : exported.unsetMacros) names += (names.empty() ? "" : ", ") + name;
+    printError("warning: configuration macros without a value here stay in the names of " +
+               std::to_string(exported.inputsWithMacros) + (exported.inputsWithMacros == 1 ? " input: " : " inputs: ") +
+               names + " (set them with --set KEY=VALUE)");
   }
 }
 
@@ -168,7 +208,29 @@ void addLineageCommands(CLI::App& app, ToolContext& context) {
   lineageCommand->add_flag("--down", lineage->down, "What uses RESOURCE (what a change to it affects)");
   addDepthOption(lineageCommand, &lineage->depth, &lineage->depthGiven);
   addJsonFlag(lineageCommand, &lineage->json);
-  lineageCommand->callback([&context, lineage] {
+
+  auto exportOptions = std::make_shared<ExportOptions>();
+  CLI::App* exportCommand = lineageCommand->add_subcommand(
+      "export",
+      "Write the lineage of every analysed object as OpenLineage events (JSON lines, one static "
+      "JobEvent per object, its inputs the resources it uses), for a catalogue that reads them");
+  exportCommand->add_option("--format", exportOptions->format, "openlineage (the one format so far)")
+      ->required()
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"openlineage"}));
+  exportCommand->add_option("--namespace", exportOptions->jobNamespace,
+                            "The jobs' namespace (default: the vault's UUID)")
+      ->type_name("NS");
+  exportCommand->add_option("--output,-o", exportOptions->output,
+                            "Write the events to FILE; - (the default) is stdout")
+      ->type_name("FILE");
+  exportCommand->callback([&context, exportOptions] {
+    context.action = [&context, exportOptions] { runExport(context.global, *exportOptions); };
+  });
+
+  lineageCommand->callback([&context, lineage, exportCommand] {
+    // `lineage export` chose its own action.
+    if (exportCommand->parsed()) return;
     context.action = [&context, lineage] { runLineage(context.global, *lineage); };
   });
 
