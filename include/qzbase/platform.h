@@ -43,6 +43,8 @@ enum NpResult {
   NP_ERR_TOO_MANY_FILES = 15,
   NP_ERR_NO_MEMORY = 16,
   NP_ERR_BUFFER = 17,        // an output buffer is too small or null
+  NP_ERR_NOT_REGULAR = 18,   // not a regular file (a fifo, a device, a socket)
+  NP_ERR_IS_LINK = 19,       // a symbolic link where none may be followed
 };
 
 // np_dir_open: the directory is not a directory (shares its number with
@@ -57,6 +59,12 @@ enum NpEntryType {
   NP_TYPE_FILE = 0,
   NP_TYPE_DIRECTORY = 1,
   NP_TYPE_OTHER = 2,  // device, socket, fifo, dangling link
+  // Reported only where links are not followed (np_fio_lstat, np_fio_finfo,
+  // listings opened with NP_DIR_NOFOLLOW); NpStat never holds them.
+  NP_TYPE_LINK = 3,    // a symbolic link
+  NP_TYPE_FIFO = 4,    // np_fio_lstat and np_fio_finfo only; listings say OTHER
+  NP_TYPE_DEVICE = 5,  // np_fio_lstat and np_fio_finfo only
+  NP_TYPE_SOCKET = 6,  // np_fio_lstat and np_fio_finfo only
 };
 
 // The status of a path. Links are followed. The first field is the time of the
@@ -68,6 +76,19 @@ struct NpStat {
   uint64_t size;  // bytes
   int type;       // NpEntryType
   unsigned mode;  // permission bits (0777 and the like)
+};
+
+// The status of a path without following a final symbolic link, or of an
+// open file, with what tells two names of one file apart from two files.
+struct NpFileInfo {
+  int64_t mtime;    // seconds since the epoch: last modification of the content
+  int64_t ctime;    // seconds since the epoch: last status change
+  uint64_t size;    // bytes
+  int type;         // NpEntryType, NP_TYPE_LINK and the special types included
+  unsigned mode;    // permission bits (0777 and the like)
+  uint64_t device;  // the file system that holds the file
+  uint64_t inode;   // the file within it: equal device and inode, one file
+  uint64_t links;   // how many names the file has
 };
 
 // One directory entry as returned by np_dir_next_stat.
@@ -84,6 +105,9 @@ struct NpDirEntry {
 #define NP_FIO_CREATE_NEW 4   // create the file; fail with NP_ERR_EXISTS if it exists
 #define NP_FIO_CREATE 8       // create the file if it does not exist
 #define NP_FIO_TRUNCATE 16
+#define NP_FIO_NOFOLLOW 32    // refuse a final symbolic link (NP_ERR_IS_LINK) and
+                              // anything but a regular file (NP_ERR_NOT_REGULAR),
+                              // without waiting on a fifo
 #define NP_FIO_PROBE 128      // only test that the file can be opened so; no handle
 // The combinations the library uses.
 #define NP_FIO_LOCKFILE 6     // WRITE | CREATE_NEW: lock files
@@ -95,6 +119,11 @@ struct NpDirEntry {
 #define NP_DIR_FILES 2  // regular files only
 #define NP_DIR_STAT 4   // np_dir_next_stat fills the entry status
 #define NP_DIR_DIRS 16  // directories only
+#define NP_DIR_NOFOLLOW 32  // entries are not followed: a symbolic link is listed as
+                            // NP_TYPE_LINK (never as the file or directory it
+                            // names) and is neither a file nor a directory for
+                            // NP_DIR_FILES and NP_DIR_DIRS. The directory itself
+                            // is opened as named.
 
 // np_dir_create modes.
 #define NP_DIR_CREATE_ONE 0      // create one directory; its parent must exist
@@ -161,6 +190,17 @@ struct NpPlatformOps {
   // Appended after the first set of entries, so that tables written against
   // them keep their order.
   int (*fio_link)(const char* existingPath, const char* newPath);
+  // Appended for links, renames that never replace, lock holder records and
+  // stale-lock detection.
+  int (*fio_lstat)(const char* path, NpFileInfo* info);
+  int (*fio_finfo)(NpFile* handle, NpFileInfo* info);
+  int (*fio_rename_noreplace)(const char* oldPath, const char* newPath);
+  int (*fio_read)(NpFile* handle, void* buffer, std::size_t length, std::size_t* got);
+  int (*fio_write)(NpFile* handle, const void* data, std::size_t length);
+  int (*fio_trylock)(NpFile* handle);
+  int (*osinf_host)(char* buffer, std::size_t length);
+  int64_t (*proc_id)(void);
+  int (*proc_probe)(int64_t processId, uint64_t* startToken);
   // Appended for vaults shared across machines.
   int (*fs_info)(const char* path, NpFsInfo* info);
 };
@@ -193,6 +233,32 @@ QZBASE_EXPORT int np_fio_unlink(const char* path);
 // are refused (as where the file system has no hard links); 12 across file
 // systems; the other codes.
 QZBASE_EXPORT int np_fio_link(const char* existingPath, const char* newPath);
+// The status of `path` without following a final symbolic link (a link is
+// NP_TYPE_LINK; fifos, devices and sockets have types of their own). 0, or
+// NP_ERR_NOT_FOUND (3) when nothing has that name, or another code.
+QZBASE_EXPORT int np_fio_lstat(const char* path, NpFileInfo* info);
+// The status of an open file, as np_fio_lstat. 0 or a code.
+QZBASE_EXPORT int np_fio_finfo(NpFile* handle, NpFileInfo* info);
+// Renames like np_fio_rename, but never replaces: when `newPath` exists
+// (whatever it is) nothing changes and the result is NP_ERR_EXISTS (5). The
+// test and the rename are one step where the file system offers it;
+// elsewhere a file is given its new name as a second link before the old one
+// is removed, and only a directory on a file system with neither falls back
+// to a test followed by the rename. Other codes as np_fio_rename.
+QZBASE_EXPORT int np_fio_rename_noreplace(const char* oldPath, const char* newPath);
+// Reads up to `length` bytes into `buffer`; *got is the count read (0 at the
+// end of the file). 0 or a code.
+QZBASE_EXPORT int np_fio_read(NpFile* handle, void* buffer, std::size_t length, std::size_t* got);
+// Writes all `length` bytes (retrying short writes). 0 or a code
+// (NP_ERR_NO_SPACE for a full disk or an exceeded quota).
+QZBASE_EXPORT int np_fio_write(NpFile* handle, const void* data, std::size_t length);
+// Takes an exclusive advisory lock on the open file without waiting. The lock
+// belongs to this handle (not to the process: closing another handle of the
+// file does not drop it) and ends when the handle is closed or its process
+// dies; file servers that honour POSIX locks honour it. 0 when taken;
+// NP_ERR_BUSY when another handle holds it; NP_ERR_UNKNOWN where the file
+// system has no such locks.
+QZBASE_EXPORT int np_fio_trylock(NpFile* handle);
 // Opens a file by the NP_FIO_* flags. With NP_FIO_PROBE the handle pointer may
 // be null and no handle is kept; a probe never creates or truncates anything,
 // and a write probe of a directory tells whether entries can be created in it.
@@ -275,6 +341,16 @@ QZBASE_EXPORT int np_dso_unload(NpDso* handle);
 // Writes the login name of the process's effective user (its user id in
 // decimal when it has no name); 0 on success.
 QZBASE_EXPORT int np_osinf_user(char* buffer, std::size_t length);
+// Writes the name of this machine; 0 on success.
+QZBASE_EXPORT int np_osinf_host(char* buffer, std::size_t length);
+// This process's id.
+QZBASE_EXPORT int64_t np_proc_id(void);
+// Whether process `processId` of this machine is running: 0 when it is (with
+// *startToken, when given, set to a number that stays the same for the life
+// of that process and differs for a later process given the same id, or 0
+// where the platform cannot tell); NP_ERR_NOT_FOUND when no such process
+// runs; another code when it cannot be told.
+QZBASE_EXPORT int np_proc_probe(int64_t processId, uint64_t* startToken);
 // Sleeps whole seconds.
 QZBASE_EXPORT int np_proc_sleep(int seconds);
 // Seconds since the epoch.

@@ -43,6 +43,24 @@ int np_fs_info(const char* path, NpFsInfo* info) { return ops()->fs_info(path, i
 
 int np_fio_unlink(const char* path) { return ops()->fio_unlink(path); }
 
+int np_fio_lstat(const char* path, NpFileInfo* info) { return ops()->fio_lstat(path, info); }
+
+int np_fio_finfo(NpFile* handle, NpFileInfo* info) { return ops()->fio_finfo(handle, info); }
+
+int np_fio_rename_noreplace(const char* oldPath, const char* newPath) {
+  return ops()->fio_rename_noreplace(oldPath, newPath);
+}
+
+int np_fio_read(NpFile* handle, void* buffer, std::size_t length, std::size_t* got) {
+  return ops()->fio_read(handle, buffer, length, got);
+}
+
+int np_fio_write(NpFile* handle, const void* data, std::size_t length) {
+  return ops()->fio_write(handle, data, length);
+}
+
+int np_fio_trylock(NpFile* handle) { return ops()->fio_trylock(handle); }
+
 int np_fio_open(const char* path, int flags, NpFile** handle) {
   return ops()->fio_open(path, flags, handle);
 }
@@ -81,6 +99,14 @@ int np_dso_unload(NpDso* handle) { return ops()->dso_unload(handle); }
 
 int np_osinf_user(char* buffer, std::size_t length) { return ops()->osinf_user(buffer, length); }
 
+int np_osinf_host(char* buffer, std::size_t length) { return ops()->osinf_host(buffer, length); }
+
+int64_t np_proc_id(void) { return ops()->proc_id(); }
+
+int np_proc_probe(int64_t processId, uint64_t* startToken) {
+  return ops()->proc_probe(processId, startToken);
+}
+
 int np_proc_sleep(int seconds) { return ops()->proc_sleep(seconds); }
 
 int64_t np_time_now(void) { return ops()->time_now(); }
@@ -108,6 +134,8 @@ const char* np_fio_errdesc(int code) {
     case NP_ERR_TOO_MANY_FILES: return "Too many open files";
     case NP_ERR_NO_MEMORY: return "Out of memory";
     case NP_ERR_BUFFER: return "Buffer too small";
+    case NP_ERR_NOT_REGULAR: return "Not a regular file";
+    case NP_ERR_IS_LINK: return "Is a symbolic link";
     default: break;
   }
   // Unknown codes get their number; the text lives per thread so that the

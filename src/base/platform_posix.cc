@@ -7,10 +7,15 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <pwd.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <sys/types.h>
 #include <unistd.h>
+
+#include <cinttypes>
+#include <climits>
+#include <csignal>
 
 #include <cerrno>
 #include <cstdio>
@@ -57,6 +62,8 @@ enum class NpCall {
   kDirCreate,
   kDirUnlink,
   kMutex,
+  kRead,
+  kWrite,
 };
 
 // `err` is an errno value (or the error number a pthread call returned).
@@ -113,6 +120,28 @@ int entryType(mode_t mode) {
 // ---------------------------------------------------------------------------
 // Files.
 
+// The type of a file for NpFileInfo: every kind named.
+int infoType(mode_t mode) {
+  if (S_ISREG(mode)) return NP_TYPE_FILE;
+  if (S_ISDIR(mode)) return NP_TYPE_DIRECTORY;
+  if (S_ISLNK(mode)) return NP_TYPE_LINK;
+  if (S_ISFIFO(mode)) return NP_TYPE_FIFO;
+  if (S_ISCHR(mode) || S_ISBLK(mode)) return NP_TYPE_DEVICE;
+  if (S_ISSOCK(mode)) return NP_TYPE_SOCKET;
+  return NP_TYPE_OTHER;
+}
+
+void fillInfo(const struct stat& st, NpFileInfo* out) {
+  out->mtime = static_cast<int64_t>(st.st_mtime);
+  out->ctime = static_cast<int64_t>(st.st_ctime);
+  out->size = static_cast<uint64_t>(st.st_size);
+  out->type = infoType(st.st_mode);
+  out->mode = static_cast<unsigned>(st.st_mode & 07777);
+  out->device = static_cast<uint64_t>(st.st_dev);
+  out->inode = static_cast<uint64_t>(st.st_ino);
+  out->links = static_cast<uint64_t>(st.st_nlink);
+}
+
 int posixStat(const char* path, NpStat* out) {
   if (path == nullptr) return NP_ERR_NOT_FOUND;
   struct stat st;
@@ -138,6 +167,51 @@ int posixLink(const char* existingPath, const char* newPath) {
   if (existingPath == nullptr || newPath == nullptr) return NP_ERR_INVALID_PATH;
   if (link(existingPath, newPath) != 0) return lastError(NpCall::kLink);
   return NP_OK;
+}
+
+int posixLstat(const char* path, NpFileInfo* out) {
+  if (path == nullptr) return NP_ERR_NOT_FOUND;
+  struct stat st;
+  if (lstat(path, &st) != 0) return lastError(NpCall::kStat);
+  if (out != nullptr) fillInfo(st, out);
+  return NP_OK;
+}
+
+// Where the file system cannot rename without replacing in one step: a file
+// gets its new name as a second link (which fails when the name is taken)
+// and then loses the old one; a directory, which cannot be linked, is
+// renamed after a test, the one case where a race remains.
+int renameWithoutReplacingFallback(const char* oldPath, const char* newPath) {
+  struct stat st;
+  if (lstat(oldPath, &st) != 0) return lastError(NpCall::kRename);
+  if (!S_ISDIR(st.st_mode)) {
+    if (link(oldPath, newPath) == 0) {
+      if (unlink(oldPath) != 0) {
+        const int result = lastError(NpCall::kUnlink);
+        unlink(newPath);  // the second name goes again; the file keeps its old one
+        return result;
+      }
+      return NP_OK;
+    }
+    if (errno == EEXIST) return NP_ERR_EXISTS;
+    if (errno != EPERM && errno != ENOTSUP && errno != EOPNOTSUPP && errno != EMLINK) {
+      return lastError(NpCall::kLink);
+    }
+  }
+  if (lstat(newPath, &st) == 0) return NP_ERR_EXISTS;
+  if (errno != ENOENT) return lastError(NpCall::kStat);
+  if (rename(oldPath, newPath) != 0) return lastError(NpCall::kRename);
+  return NP_OK;
+}
+
+int posixRenameNoReplace(const char* oldPath, const char* newPath) {
+  if (oldPath == nullptr || newPath == nullptr) return NP_ERR_INVALID_PATH;
+  if (renameat2(AT_FDCWD, oldPath, AT_FDCWD, newPath, RENAME_NOREPLACE) == 0) return NP_OK;
+  if (errno == EEXIST || errno == ENOTEMPTY) return NP_ERR_EXISTS;
+  // File systems without the no-replace rename say EINVAL; kernels without
+  // renameat2, ENOSYS.
+  if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) return lastError(NpCall::kRename);
+  return renameWithoutReplacingFallback(oldPath, newPath);
 }
 
 int posixUnlink(const char* path) {
@@ -188,13 +262,30 @@ int posixOpen(const char* path, int flags, NpFile** handle) {
     osFlags |= O_CREAT;
   }
   if ((flags & NP_FIO_TRUNCATE) != 0 && write) osFlags |= O_TRUNC;
+  const bool noFollow = (flags & NP_FIO_NOFOLLOW) != 0;
+  // Non-blocking, so that a fifo is found out by the status below instead of
+  // waiting for a partner.
+  if (noFollow) osFlags |= O_NOFOLLOW | O_NONBLOCK;
 
   int fd = open(path, osFlags, 0666);
-  if (fd < 0) return lastError(NpCall::kOpen);
+  if (fd < 0) {
+    if (noFollow && errno == ELOOP) {
+      struct stat st;
+      if (lstat(path, &st) == 0 && S_ISLNK(st.st_mode)) return NP_ERR_IS_LINK;
+    }
+    return lastError(NpCall::kOpen);
+  }
   struct stat st;
   if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
     close(fd);
     return NP_ERR_IS_DIRECTORY;
+  }
+  if (noFollow) {
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+      close(fd);
+      return NP_ERR_NOT_REGULAR;
+    }
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
   }
   NpFile* file = new (std::nothrow) NpFile{fd};
   if (file == nullptr) {
@@ -211,6 +302,56 @@ int posixClose(NpFile* handle) {
   int result = close(handle->fd) == 0 ? NP_OK : lastError(NpCall::kClose);
   delete handle;
   return result;
+}
+
+int posixFinfo(NpFile* handle, NpFileInfo* out) {
+  if (handle == nullptr) return NP_ERR_UNKNOWN;
+  struct stat st;
+  if (fstat(handle->fd, &st) != 0) return lastError(NpCall::kStat);
+  if (out != nullptr) fillInfo(st, out);
+  return NP_OK;
+}
+
+int posixRead(NpFile* handle, void* buffer, std::size_t length, std::size_t* got) {
+  if (got != nullptr) *got = 0;
+  if (handle == nullptr || (buffer == nullptr && length > 0)) return NP_ERR_BUFFER;
+  ssize_t count;
+  while ((count = read(handle->fd, buffer, length)) < 0 && errno == EINTR) {
+  }
+  if (count < 0) return lastError(NpCall::kRead);
+  if (got != nullptr) *got = static_cast<std::size_t>(count);
+  return NP_OK;
+}
+
+int posixWrite(NpFile* handle, const void* data, std::size_t length) {
+  if (handle == nullptr || (data == nullptr && length > 0)) return NP_ERR_BUFFER;
+  const char* bytes = static_cast<const char*>(data);
+  while (length > 0) {
+    const ssize_t count = write(handle->fd, bytes, length);
+    if (count < 0) {
+      if (errno == EINTR) continue;
+      return lastError(NpCall::kWrite);
+    }
+    bytes += count;
+    length -= static_cast<std::size_t>(count);
+  }
+  return NP_OK;
+}
+
+int posixTrylock(NpFile* handle) {
+  if (handle == nullptr) return NP_ERR_UNKNOWN;
+  // A lock of the open file description, so that closing another descriptor
+  // of the same file in this process does not drop it.
+  struct flock request;
+  std::memset(&request, 0, sizeof request);
+  request.l_type = F_WRLCK;
+  request.l_whence = SEEK_SET;
+  if (fcntl(handle->fd, F_OFD_SETLK, &request) == 0) return NP_OK;
+  if (errno == EAGAIN || errno == EACCES) return NP_ERR_BUSY;
+  if (errno != EINVAL) return NP_ERR_UNKNOWN;
+  // Kernels without such locks: flock() locks belong to the open file too.
+  if (flock(handle->fd, LOCK_EX | LOCK_NB) == 0) return NP_OK;
+  return errno == EWOULDBLOCK ? NP_ERR_BUSY : NP_ERR_UNKNOWN;
 }
 
 int posixChperm(const char* path, int who, int how, int what) {
@@ -271,7 +412,11 @@ bool readNextEntry(NpDir* handle, std::string* fullPath, NpDirEntry* entry, int*
     *fullPath = handle->path;
     *fullPath += leaf;
     struct stat st;
-    if (stat(fullPath->c_str(), &st) != 0) {
+    const bool noFollow = (handle->flags & NP_DIR_NOFOLLOW) != 0;
+    if (noFollow) {
+      // An entry that is gone since readdir saw it is skipped.
+      if (lstat(fullPath->c_str(), &st) != 0) continue;
+    } else if (stat(fullPath->c_str(), &st) != 0) {
       // A link whose target is missing is still an entry; an entry that is
       // gone since readdir saw it is skipped.
       if (lstat(fullPath->c_str(), &st) != 0) continue;
@@ -279,7 +424,11 @@ bool readNextEntry(NpDir* handle, std::string* fullPath, NpDirEntry* entry, int*
     entry->mtime = static_cast<int64_t>(st.st_mtime);
     entry->ctime = static_cast<int64_t>(st.st_ctime);
     entry->size = static_cast<uint64_t>(st.st_size);
-    entry->type = S_ISLNK(st.st_mode) ? NP_TYPE_OTHER : entryType(st.st_mode);
+    if (S_ISLNK(st.st_mode)) {
+      entry->type = noFollow ? NP_TYPE_LINK : NP_TYPE_OTHER;
+    } else {
+      entry->type = entryType(st.st_mode);
+    }
     if (filesOnly && entry->type != NP_TYPE_FILE) continue;
     if (dirsOnly && entry->type != NP_TYPE_DIRECTORY) continue;
     *result = NP_OK;
@@ -419,6 +568,70 @@ int posixUser(char* buffer, std::size_t length) {
   return NP_OK;
 }
 
+int posixHost(char* buffer, std::size_t length) {
+  if (buffer == nullptr || length == 0) return NP_ERR_BUFFER;
+  char name[HOST_NAME_MAX + 1];
+  if (gethostname(name, sizeof name) != 0) return NP_ERR_UNKNOWN;
+  name[HOST_NAME_MAX] = '\0';
+  const std::size_t size = std::strlen(name);
+  if (size + 1 > length) {
+    buffer[0] = '\0';
+    return NP_ERR_BUFFER;
+  }
+  std::memcpy(buffer, name, size + 1);
+  return NP_OK;
+}
+
+int64_t posixProcId(void) { return static_cast<int64_t>(getpid()); }
+
+// Reads the state letter (field 3) and the start time in clock ticks after
+// boot (field 22) of /proc/<pid>/stat. False when they cannot be read. Two
+// processes given the same id one after the other have different start
+// times.
+bool readProcessStat(int64_t processId, char* state, uint64_t* startTicks) {
+  char path[64];
+  std::snprintf(path, sizeof path, "/proc/%" PRId64 "/stat", processId);
+  FILE* file = std::fopen(path, "re");
+  if (file == nullptr) return false;
+  char line[1024];
+  const std::size_t size = std::fread(line, 1, sizeof line - 1, file);
+  std::fclose(file);
+  line[size] = '\0';
+  // The command name (field 2) is in parentheses and may hold blanks and
+  // parentheses itself: the fields after it follow its last ')'.
+  const char* cursor = std::strrchr(line, ')');
+  if (cursor == nullptr) return false;
+  ++cursor;
+  for (int field = 3; field <= 22; ++field) {
+    while (*cursor == ' ') ++cursor;
+    if (*cursor == '\0') return false;
+    if (field == 3) *state = *cursor;
+    if (field == 22) {
+      *startTicks = std::strtoull(cursor, nullptr, 10);
+      return true;
+    }
+    while (*cursor != ' ' && *cursor != '\0') ++cursor;
+  }
+  return false;
+}
+
+int posixProcProbe(int64_t processId, uint64_t* startToken) {
+  if (startToken != nullptr) *startToken = 0;
+  // 0 and negative ids would address process groups; they name no process.
+  if (processId <= 0 || processId > INT_MAX) return NP_ERR_NOT_FOUND;
+  if (kill(static_cast<pid_t>(processId), 0) != 0 && errno != EPERM) {
+    return errno == ESRCH ? NP_ERR_NOT_FOUND : NP_ERR_UNKNOWN;
+  }
+  char state = '?';
+  uint64_t ticks = 0;
+  if (readProcessStat(processId, &state, &ticks)) {
+    // A process that has ended but not yet been waited for runs no more.
+    if (state == 'Z' || state == 'X') return NP_ERR_NOT_FOUND;
+    if (startToken != nullptr) *startToken = ticks;
+  }
+  return NP_OK;
+}
+
 int posixSleep(int seconds) {
   if (seconds <= 0) return NP_OK;
   struct timespec wanted;
@@ -485,7 +698,9 @@ const NpPlatformOps kPosixOps = {
     posixChperm,     posixDirOpen,     posixDirNext,     posixDirNextStat, posixDirClose,
     posixDirCreate,  posixDirUnlink,   posixDsoLoad,     posixDsoGetsym,   posixDsoUnload,
     posixUser,       posixSleep,       posixTimeNow,     posixMutexCreate, posixMutexLock,
-    posixMutexUnlock, posixMutexDestroy, posixLink,   posixFsInfo,
+    posixMutexUnlock, posixMutexDestroy, posixLink,
+    posixLstat,      posixFinfo,       posixRenameNoReplace, posixRead, posixWrite,
+    posixTrylock,    posixHost,        posixProcId,      posixProcProbe,   posixFsInfo,
 };
 
 }  // namespace

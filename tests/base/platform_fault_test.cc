@@ -231,7 +231,9 @@ TEST(FaultPlatform, OpNamesFollowTheTable) {
   EXPECT_STREQ("dir_next_stat", qztest::npOpName(NpOp::kDirNextStat));
   EXPECT_STREQ("mutex_destroy", qztest::npOpName(NpOp::kMutexDestroy));
   EXPECT_STREQ("fio_link", qztest::npOpName(NpOp::kFioLink));
-  EXPECT_EQ(23, qztest::kNpOpCount);
+  EXPECT_STREQ("fio_rename_noreplace", qztest::npOpName(NpOp::kFioRenameNoReplace));
+  EXPECT_STREQ("proc_probe", qztest::npOpName(NpOp::kProcProbe));
+  EXPECT_EQ(32, qztest::kNpOpCount);
   EXPECT_EQ(sizeof(NpPlatformOps) / sizeof(void*), static_cast<std::size_t>(qztest::kNpOpCount));
 }
 

@@ -38,6 +38,69 @@ int fioLink(const char* existingPath, const char* newPath) {
   return real().fio_link(existingPath, newPath);
 }
 
+int fioLstat(const char* path, NpFileInfo* info) {
+  int code;
+  if (shouldFail(NpOp::kFioLstat, &code)) return code;
+  return real().fio_lstat(path, info);
+}
+
+int fioFinfo(NpFile* handle, NpFileInfo* info) {
+  int code;
+  if (shouldFail(NpOp::kFioFinfo, &code)) return code;
+  return real().fio_finfo(handle, info);
+}
+
+int fioRenameNoReplace(const char* oldPath, const char* newPath) {
+  int code;
+  if (shouldFail(NpOp::kFioRenameNoReplace, &code)) return code;
+  return real().fio_rename_noreplace(oldPath, newPath);
+}
+
+int fioRead(NpFile* handle, void* buffer, std::size_t length, std::size_t* got) {
+  int code;
+  if (shouldFail(NpOp::kFioRead, &code)) {
+    if (got != nullptr) *got = 0;
+    return code;
+  }
+  return real().fio_read(handle, buffer, length, got);
+}
+
+int fioWrite(NpFile* handle, const void* data, std::size_t length) {
+  int code;
+  if (shouldFail(NpOp::kFioWrite, &code)) return code;
+  return real().fio_write(handle, data, length);
+}
+
+int fioTrylock(NpFile* handle) {
+  int code;
+  if (shouldFail(NpOp::kFioTrylock, &code)) return code;
+  return real().fio_trylock(handle);
+}
+
+int osinfHost(char* buffer, std::size_t length) {
+  int code;
+  if (shouldFail(NpOp::kOsinfHost, &code)) {
+    if (buffer != nullptr && length > 0) buffer[0] = '\0';
+    return code;
+  }
+  return real().osinf_host(buffer, length);
+}
+
+int64_t procId(void) {
+  int code;
+  if (shouldFail(NpOp::kProcId, &code)) return -1;
+  return real().proc_id();
+}
+
+int procProbe(int64_t processId, uint64_t* startToken) {
+  int code;
+  if (shouldFail(NpOp::kProcProbe, &code)) {
+    if (startToken != nullptr) *startToken = 0;
+    return code;
+  }
+  return real().proc_probe(processId, startToken);
+}
+
 int fioUnlink(const char* path) {
   int code;
   if (shouldFail(NpOp::kFioUnlink, &code)) return code;
@@ -189,7 +252,9 @@ const NpPlatformOps kFaultOps = {
     fioStat,   fioRename,  fioUnlink,   fioOpen,    fioClose,    fioChperm,
     dirOpen,   dirNext,    dirNextStat, dirClose,   dirCreate,   dirUnlink,
     dsoLoad,   dsoGetsym,  dsoUnload,   osinfUser,  procSleep,   timeNow,
-    mutexCreate, mutexLock, mutexUnlock, mutexDestroy, fioLink,   fsInfo,
+    mutexCreate, mutexLock, mutexUnlock, mutexDestroy, fioLink,
+    fioLstat,  fioFinfo,   fioRenameNoReplace, fioRead, fioWrite, fioTrylock,
+    osinfHost, procId,     procProbe,  fsInfo,
 };
 
 }  // namespace
@@ -199,7 +264,9 @@ const char* npOpName(NpOp op) {
       "fio_stat",   "fio_rename", "fio_unlink",    "fio_open",   "fio_close",   "fio_chperm",
       "dir_open",   "dir_next",   "dir_next_stat", "dir_close",  "dir_create",  "dir_unlink",
       "dso_load",   "dso_getsym", "dso_unload",    "osinf_user", "proc_sleep",  "time_now",
-      "mutex_create", "mutex_lock", "mutex_unlock", "mutex_destroy", "fio_link",  "fs_info",
+      "mutex_create", "mutex_lock", "mutex_unlock", "mutex_destroy", "fio_link",
+      "fio_lstat",  "fio_finfo",  "fio_rename_noreplace", "fio_read", "fio_write",
+      "fio_trylock", "osinf_host", "proc_id", "proc_probe", "fs_info",
   };
   int index = static_cast<int>(op);
   return index >= 0 && index < kNpOpCount ? kNames[index] : "unknown";

@@ -19,7 +19,7 @@
 // How a failure looks for each kind:
 //   - operations returning a result code return the chosen code without
 //     calling the real operation; handle out-parameters are set to null;
-//   - kDsoGetsym and kMutexCreate return null; kTimeNow returns -1;
+//   - kDsoGetsym and kMutexCreate return null; kTimeNow and kProcId return -1;
 //   - kFioClose, kDirClose, kDsoUnload and kMutexUnlock do release what they
 //     were given (as a failing close() still frees the descriptor) and then
 //     report the chosen code, so that a test does not leak or deadlock;
@@ -65,6 +65,15 @@ enum class NpOp {
   kMutexUnlock,
   kMutexDestroy,
   kFioLink,
+  kFioLstat,
+  kFioFinfo,
+  kFioRenameNoReplace,
+  kFioRead,
+  kFioWrite,
+  kFioTrylock,
+  kOsinfHost,
+  kProcId,
+  kProcProbe,
   kFsInfo,
 };
 constexpr int kNpOpCount = static_cast<int>(NpOp::kFsInfo) + 1;
