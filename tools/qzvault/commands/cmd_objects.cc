@@ -1,5 +1,7 @@
 // Versions, locks and status of objects: version create|list|rollback, lock,
 // unlock and status.
+#include <unistd.h>
+
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -21,6 +23,7 @@ struct VersionOptions {
   std::string from;
   int version = 0;
   bool json = false;
+  bool discard = false;
 };
 
 struct PathOptions {
@@ -82,12 +85,77 @@ void runVersionList(const GlobalOptions& global, const VersionOptions& options) 
   }
 }
 
+// The newest version at or below `version` that has a file (gaps are
+// skipped, as the library's rollback skips them), or 0.
+int existingVersionAtOrBelow(QzvObject* object, int version) {
+  for (int k = version; k >= 1; --k) {
+    if (!object->getVersionFileName(k, nullptr).isNull()) return k;
+  }
+  return 0;
+}
+
+std::string versionRange(int from, int to) {
+  return from == to ? "version " + std::to_string(from)
+                    : "versions " + std::to_string(from) + " to " + std::to_string(to);
+}
+
+// --discard: the library's rollback. Version N becomes the content; the
+// current content and every newer version are dropped.
+void discardingRollback(QzvObject* object, const VaultPath& path, int asked, bool json) {
+  const int highest = highestVersion(object, path);
+  const int restored = existingVersionAtOrBelow(object, asked);
+  if (!object->rollbackVersion(asked)) failWith(object->getErrorMessage(), "cannot roll " + path.shown() + " back");
+  if (json) {
+    printJson(Json{{"path", path.shown()}, {"restored", restored}, {"kept", nullptr}, {"discarded", true}});
+    return;
+  }
+  std::cout << "Rolled " << path.shown() << " back to version " << restored << "; discarded its current content"
+            << (highest > restored ? " and " + versionRange(restored + 1, highest) : std::string()) << '\n';
+}
+
+// The default: nothing is lost. The current content is kept as the next
+// version, then version N's content becomes the object's content again;
+// every version stays.
+void keepingRollback(QzvObject* object, const VaultPath& path, int asked, bool json) {
+  if (asked < 1) fail("Invalid rollback version number");
+  const int restored = existingVersionAtOrBelow(object, asked);
+  if (restored == 0) fail("No valid file for rollback operation");
+  const QzbString restoredFile = object->getVersionFileName(restored, nullptr);
+  std::error_code error;
+  // Staged under a name of the vault's own (a leading "."), beside the object
+  // so that the final rename stays on one file system.
+  const fs::path staged = path.parent().absolute + "/.rollback-" + std::to_string(getpid()) + "-" + path.leaf();
+  fs::copy_file(text(restoredFile), staged, fs::copy_options::overwrite_existing, error);
+  if (error) fail("cannot read version " + std::to_string(restored) + " of " + path.shown() + ": " + error.message());
+  if (!object->createVersion()) {
+    fs::remove(staged, error);
+    failWith(object->getErrorMessage(), "cannot keep the current content of " + path.shown());
+  }
+  const int kept = highestVersion(object, path);
+  fs::rename(staged, path.absolute, error);
+  if (error) {
+    // Put the kept content back rather than leave the object without one.
+    std::error_code ignored;
+    fs::rename(text(object->getVersionFileName(kept, nullptr)), path.absolute, ignored);
+    fs::remove(staged, ignored);
+    fail("cannot roll " + path.shown() + " back: " + error.message());
+  }
+  if (json) {
+    printJson(Json{{"path", path.shown()}, {"restored", restored}, {"kept", kept}, {"discarded", false}});
+    return;
+  }
+  std::cout << "Kept the current content of " << path.shown() << " as version " << kept
+            << "; its content is now that of version " << restored << '\n';
+}
+
 void runVersionRollback(const GlobalOptions& global, const VersionOptions& options) {
   VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
-  if (!object->rollbackVersion(options.version)) {
-    failWith(object->getErrorMessage(), "cannot roll " + path.shown() + " back");
+  if (options.discard) {
+    discardingRollback(object.get(), path, options.version, options.json);
+  } else {
+    keepingRollback(object.get(), path, options.version, options.json);
   }
 }
 
@@ -180,10 +248,14 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
 
   auto rollback = std::make_shared<VersionOptions>();
   CLI::App* rollbackCommand = version->add_subcommand(
-      "rollback", "Make version N (or the nearest older one) the object's content, dropping "
-                  "every newer version");
+      "rollback", "Make the content of version N (or the nearest older one) the object's content "
+                  "again, keeping the current content as the next version; --discard drops the "
+                  "current content and every version newer than N instead");
   rollbackCommand->add_option("path", rollback->path, "The object")->required()->type_name("PATH");
   rollbackCommand->add_option("version", rollback->version, "The version")->required()->type_name("N");
+  rollbackCommand->add_flag("--discard", rollback->discard,
+                            "Drop the current content and the versions newer than N (nothing is kept)");
+  addJsonFlag(rollbackCommand, &rollback->json);
   rollbackCommand->callback([&context, rollback] {
     context.action = [&context, rollback] { runVersionRollback(context.global, *rollback); };
   });
