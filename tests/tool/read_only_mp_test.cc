@@ -77,7 +77,20 @@ TEST_F(ReadOnlyVaultTest, ReadingStillWorks) {
   // info says so instead of failing.
   const ToolResult info = asNobody({"info"});
   ASSERT_EQ(info.status, 0) << info.describe();
-  EXPECT_THAT(info.out, ::testing::HasSubstr("UUID:      (cannot be read: Folder " + vault_ + " is read only)"));
+  EXPECT_THAT(info.out, ::testing::HasSubstr("UUID:         (cannot be read: Folder " + vault_ + " is read only)"));
+  EXPECT_EQ(snapshot(vault_), before_);
+}
+
+TEST_F(ReadOnlyVaultTest, StatusNamesTheObjectsTheUserCannotWrite) {
+  const ToolResult status = asNobody({"status", "--json"});
+  ASSERT_EQ(status.status, 0) << status.describe();
+  const nlohmann::json report = status.json();
+  EXPECT_EQ(report["objects"], 1);
+  ASSERT_EQ(report["findings"].size(), 1u) << report.dump(2);
+  EXPECT_EQ(report["findings"][0]["kind"], "read-only");
+  EXPECT_EQ(report["findings"][0]["path"], "Data/orders.csv");
+  // Root may write it: nothing to report.
+  EXPECT_EQ(runOn(vault_, {"status", "--json"}).json()["findings"].size(), 0u);
   EXPECT_EQ(snapshot(vault_), before_);
 }
 

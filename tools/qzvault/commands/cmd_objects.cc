@@ -12,6 +12,7 @@
 #include "output.h"
 #include "session.h"
 #include "tool_error.h"
+#include "vault_status.h"
 
 namespace fs = std::filesystem;
 
@@ -26,9 +27,11 @@ struct VersionOptions {
   bool discard = false;
 };
 
-struct PathOptions {
+struct StatusOptions {
   std::string path;
+  bool recursive = false;
   bool json = false;
+  bool nulSeparated = false;
 };
 
 int highestVersion(QzvObject* object, const VaultPath& path) {
@@ -183,9 +186,47 @@ void runLock(const GlobalOptions& global, const std::string& argument, bool lock
   }
 }
 
-void runStatus(const GlobalOptions& global, const PathOptions& options) {
+// status of a folder, or of the whole vault: one line (or JSON object, or
+// NUL-terminated record) per finding.
+void printVaultStatus(const VaultPath& path, bool recursive, const VaultStatus& status, const StatusOptions& options) {
+  if (options.json) {
+    Json findings = Json::array();
+    for (const StatusFinding& finding : status.findings) {
+      findings.push_back(Json{{"kind", finding.kind}, {"path", finding.path}, {"detail", finding.detail}});
+    }
+    printJson(Json{{"path", path.shown()}, {"recursive", recursive}, {"objects", status.objects}, {"findings", findings}});
+    return;
+  }
+  if (options.nulSeparated) {
+    for (const StatusFinding& finding : status.findings) {
+      std::cout << finding.kind << '\t' << finding.path << '\t' << finding.detail << '\0';
+    }
+    return;
+  }
+  TextTable table;
+  for (const StatusFinding& finding : status.findings) table.addRow({finding.kind, finding.path, finding.detail});
+  table.print(std::cout);
+  const std::string objects = std::to_string(status.objects) + (status.objects == 1 ? " object" : " objects");
+  if (status.findings.empty()) {
+    std::cout << "Nothing locked, read-only, changed since its analysis or stale among " << objects << " of "
+              << path.shown() << (recursive && !path.isRoot() ? " and below" : "") << '\n';
+  } else {
+    std::cout << status.findings.size() << (status.findings.size() == 1 ? " finding" : " findings") << " among "
+              << objects << '\n';
+  }
+}
+
+void runStatus(const GlobalOptions& global, const StatusOptions& options) {
   VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
   const VaultPath path = session.resolve(options.path);
+  if (options.path.empty() || session.kindOf(path) == VaultSession::Kind::kFolder) {
+    // Without a path the whole vault, folder by folder.
+    const bool recursive = options.recursive || options.path.empty();
+    printVaultStatus(path, recursive, vaultStatus(session, path, recursive), options);
+    return;
+  }
+  if (options.recursive) failUsage("--recursive needs a folder; " + path.shown() + " is an object");
+  if (options.nulSeparated) failUsage("-z lists the findings of a folder; " + path.shown() + " is an object");
   Held<QzvObject> object = session.openObject(path);
 
   bool locked = false;
@@ -272,10 +313,16 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
     });
   }
 
-  auto status = std::make_shared<PathOptions>();
+  auto status = std::make_shared<StatusOptions>();
   CLI::App* statusCommand = app.add_subcommand(
-      "status", "Show an object's display name, type, read-only flag, lock and versions");
-  statusCommand->add_option("path", status->path, "The object")->required()->type_name("PATH");
+      "status", "Show an object's display name, type, read-only flag, lock and versions; for a "
+                "folder (--recursive: and below) or, without PATH, the whole vault: the objects "
+                "that are locked, read-only or changed since their analysis, and stale lock files");
+  statusCommand->add_option("path", status->path, "An object or a folder (default: the whole vault)")
+      ->type_name("PATH");
+  statusCommand->add_flag("--recursive,-r", status->recursive, "Include the folders below");
+  statusCommand->add_flag("-z", status->nulSeparated,
+                          "End each finding with a NUL instead of a line break (fields separated by tabs)");
   addJsonFlag(statusCommand, &status->json);
   statusCommand->callback([&context, status] {
     context.action = [&context, status] { runStatus(context.global, *status); };
