@@ -31,7 +31,7 @@ struct DiffOptions {
 };
 
 void runLog(const GlobalOptions& global, const LogOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
   const std::vector<ContentState> history = contentHistory(object.get(), path);
@@ -59,7 +59,7 @@ void runShow(const GlobalOptions& global, const std::string& argument) {
   std::string pathText;
   int version = kCurrentVersion;
   splitVersionedPath(argument, &pathText, &version);
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(pathText);
   Held<QzvObject> object = session.openObject(path);
   const std::string content = readContent(contentState(object.get(), path, version));
@@ -75,7 +75,7 @@ void runDiff(const GlobalOptions& global, const DiffOptions& options) {
   if (!options.versions.empty()) from = parseVersion(options.versions[0], "version");
   if (options.versions.size() == 2) to = parseVersion(options.versions[1], "version");
 
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
   if (from < 0) {

@@ -70,7 +70,7 @@ void runLineage(const GlobalOptions& global, const LineageOptions& options) {
     checkDepth(options.depthGiven, options.depth, options.resource);
   }
 
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   if (options.resource.empty()) {
     printLineage(session, analysis.get(), options.json);
@@ -90,7 +90,7 @@ void runExport(const GlobalOptions& global, const ExportOptions& options) {
   if (!options.jobNamespace.empty() && options.jobNamespace.find_first_not_of(" \t") == std::string::npos) {
     failUsage("--namespace is blank");
   }
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   checkOutputTarget(session.root(), options.output);
   std::string jobNamespace = options.jobNamespace;
   if (jobNamespace.empty()) {
@@ -136,7 +136,7 @@ void runGraph(const GlobalOptions& global, const GraphOptions& options) {
     failUsage("--output and --svg name the same file " + options.output);
   }
 
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   LineageGraph graph;
   if (options.resource.empty()) {

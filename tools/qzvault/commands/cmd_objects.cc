@@ -45,7 +45,7 @@ void runVersionCreate(const GlobalOptions& global, const VersionOptions& options
   if (!options.from.empty() && !fs::is_regular_file(options.from, error)) {
     failUsage("version create: --from " + options.from + " is not a file");
   }
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
   if (!object->createVersion()) failWith(object->getErrorMessage(), "cannot version " + path.shown());
@@ -68,7 +68,7 @@ void runVersionCreate(const GlobalOptions& global, const VersionOptions& options
 }
 
 void runVersionList(const GlobalOptions& global, const VersionOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
   const int highest = highestVersion(object.get(), path);
@@ -152,7 +152,7 @@ void keepingRollback(QzvObject* object, const VaultPath& path, int asked, bool j
 }
 
 void runVersionRollback(const GlobalOptions& global, const VersionOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
   if (options.discard) {
@@ -169,7 +169,7 @@ std::string lockOwner(QzvObject* object) {
 }
 
 void runLock(const GlobalOptions& global, const std::string& argument, bool lock) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(argument);
   Held<QzvObject> object = session.openObject(path);
   if (lock) {
@@ -217,8 +217,10 @@ void printVaultStatus(const VaultPath& path, bool recursive, const VaultStatus& 
 }
 
 void runStatus(const GlobalOptions& global, const StatusOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
-  const VaultPath path = session.resolve(options.path);
+  VaultSession session(global);
+  // Without a path the whole vault, wherever in it the tool runs (like git
+  // status); a path is read from the current folder like any other.
+  const VaultPath path = options.path.empty() ? session.resolve(session.root()) : session.resolve(options.path);
   if (options.path.empty() || session.kindOf(path) == VaultSession::Kind::kFolder) {
     // Without a path the whole vault, folder by folder.
     const bool recursive = options.recursive || options.path.empty();
