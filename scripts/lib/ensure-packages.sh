@@ -14,7 +14,7 @@ QZ_REQUIRED_PACKAGES=(
   libgtest-dev libgmock-dev googletest
   libcli11-dev nlohmann-json3-dev uuid-dev
   libdtl-dev libssl-dev
-  graphviz binutils
+  graphviz binutils help2man
 )
 
 # Prints the packages of QZ_REQUIRED_PACKAGES that are not installed.

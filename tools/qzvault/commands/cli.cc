@@ -84,6 +84,8 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   addDemoCommand(app, context);
   addCheckCommand(app, context);
   addConfigCommand(app, context);
+  addHelpCommand(app, context);
+  cleanHelpText(app);
 }
 
 }  // namespace qzvtool
