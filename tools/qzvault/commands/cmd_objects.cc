@@ -177,7 +177,8 @@ std::string lockOwner(QzvObject* object) {
   return owner ? text(owner->getSingletonValue()) : std::string();
 }
 
-void runLock(const GlobalOptions& global, const std::string& argument, bool lock, bool force) {
+void runLock(const GlobalOptions& global, const std::string& argument, bool lock, bool force,
+             bool json) {
   VaultSession session(global);
   const VaultPath path = session.resolve(argument);
   Held<QzvObject> object = session.openObject(path);
@@ -199,6 +200,11 @@ void runLock(const GlobalOptions& global, const std::string& argument, bool lock
   }
   if (!object->setLockedStatus(lock)) {
     failWith(object->getErrorMessage(), std::string("cannot ") + (lock ? "lock " : "unlock ") + path.shown());
+  }
+  if (json) {
+    printJson(Json{{"path", path.shown()},
+                   {"locked", lock},
+                   {"lockedBy", lock ? Json(lockOwner(object.get())) : Json(nullptr)}});
   }
 }
 
@@ -322,6 +328,7 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
   for (const bool lock : {true, false}) {
     auto path = std::make_shared<std::string>();
     auto force = std::make_shared<bool>(false);
+    auto json = std::make_shared<bool>(false);
     CLI::App* command = app.add_subcommand(
         lock ? "lock" : "unlock",
         lock ? "Lock an object in your name (an advisory lock)"
@@ -329,9 +336,10 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
                "becomes read-only");
     command->add_option("path", *path, "The object")->required()->type_name("PATH");
     if (!lock) command->add_flag("--force", *force, "Remove the lock whoever holds it");
-    command->callback([&context, path, lock, force] {
-      context.action = [&context, path, lock, force] {
-        runLock(context.global, *path, lock, *force);
+    addJsonFlag(command, json.get());
+    command->callback([&context, path, lock, force, json] {
+      context.action = [&context, path, lock, force, json] {
+        runLock(context.global, *path, lock, *force, *json);
       };
     });
   }
