@@ -59,6 +59,8 @@ class QzvFolderImpl final : public QzvFolder {
   void setCurrentFilter(const QzbString& filter) override;
   void setCurrentFilter(int stockId) override;
   bool childObjectExist(const QzbString& objectPath) override;
+  bool getLockHolder(QzbString* holder, QzbString* state) override;
+  bool clearLock(bool force) override;
 
   // Makes sure the folder has "_CREATIONDATE" and "_MODIFIEDDATE", moving the
   // creation date forward to the directory's status-change time when that is
