@@ -218,7 +218,7 @@ TEST(CliReference, EveryCommandHasAnExample) {
        {"init", "info", "ls", "tree", "mkdir", "rmdir", "rename", "fsrename", "mv", "add", "rm",
         "attr list", "attr get", "attr set", "attr clear", "version create", "version list",
         "version rollback", "lock", "unlock", "status", "analyze", "deps", "used-by", "resources",
-        "types", "lineage", "graph", "clean", "demo"}) {
+        "types", "lineage", "graph", "clean", "demo", "locks"}) {
     EXPECT_EQ(shown.count(command), 1u) << "no example of qzvault " << command;
   }
 }

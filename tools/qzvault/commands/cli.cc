@@ -60,6 +60,7 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   addLineageCommands(app, context);
   addDemoCommand(app, context);
   addCheckCommand(app, context);
+  addLocksCommands(app, context);
 }
 
 }  // namespace qzvtool

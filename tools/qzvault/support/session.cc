@@ -1,10 +1,12 @@
 #include "session.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
 
 #include "file_names.h"
+#include "qzbase/platform.h"
 #include "output.h"
 #include "qzbase/file_types.h"
 #include "tool_error.h"
@@ -18,6 +20,14 @@ namespace {
 // has never been used as a vault.
 const char* const kVaultFiles[] = {".v_fmd", ".v_cmd", ".v_imd"};
 
+// How long a command waits for a folder lock that another process holds,
+// unless the configuration says otherwise: the library's own default (three
+// tries a second apart) is too short for commands that queue behind each
+// other.
+const char kLockWaitKey[] = "QZVLT/LOCK_WAIT_MS";
+const char kDefaultLockWaitMs[] = "30000";
+const char kBypassKey[] = "QZVLT/BYPASS";
+
 // Applies the --set options to the process configuration, where the library
 // reads its keys and the values of impact-analysis macros.
 void applySettings(const std::vector<std::string>& settings) {
@@ -26,6 +36,10 @@ void applySettings(const std::vector<std::string>& settings) {
     const std::size_t equals = setting.find('=');
     config->setOption(QzbString(setting.substr(0, equals).c_str()),
                       QzbString(setting.substr(equals + 1).c_str()));
+  }
+  QzbString wait;
+  if (!config->getOption(QzbString(kLockWaitKey, true), &wait, 0)) {
+    config->setOption(QzbString(kLockWaitKey, true), QzbString(kDefaultLockWaitMs, true));
   }
 }
 
@@ -122,6 +136,38 @@ Held<QzvObject> VaultSession::openObject(const VaultPath& path) {
   Held<QzvObject> object = hold(folder->getChildObject(QzbString(path.absolute.c_str())));
   if (!object) failWith(folder->getErrorMessage(), "cannot open object " + path.shown());
   return object;
+}
+
+void VaultSession::requireStoredMetadata() const {
+  QzbString bypass;
+  if (qzbGetConfigOptions(nullptr)->getOption(QzbString(kBypassKey, true), &bypass, 0) &&
+      !bypass.isEmpty()) {
+    fail(std::string("the vault's metadata is kept in memory only in this run (") + kBypassKey +
+         " is set): nothing would be stored, so nothing is changed");
+  }
+}
+
+std::vector<Held<QzvFolder>> VaultSession::lockFolders(std::vector<VaultPath> paths) {
+  requireStoredMetadata();
+  std::sort(paths.begin(), paths.end(),
+            [](const VaultPath& a, const VaultPath& b) { return a.relative < b.relative; });
+  paths.erase(std::unique(paths.begin(), paths.end(),
+                          [](const VaultPath& a, const VaultPath& b) {
+                            return a.relative == b.relative;
+                          }),
+              paths.end());
+  std::vector<Held<QzvFolder>> held;
+  for (const VaultPath& path : paths) {
+    Held<QzvFolder> folder = openFolder(path);
+    if (!folder->tranLock()) {
+      // A folder this user cannot write cannot be changed either, and the
+      // library's own refusal of the change says so better than the lock.
+      if (np_fio_open(path.absolute.c_str(), NP_FIO_PROBE_WRITE, nullptr) != NP_OK) continue;
+      failWith(folder->getErrorMessage(), "cannot lock folder " + path.shown());
+    }
+    held.push_back(std::move(folder));
+  }
+  return held;
 }
 
 std::string VaultSession::pluginTypeFor(const std::string& fileName) const {
