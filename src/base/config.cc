@@ -2,17 +2,19 @@
 // by its own mutex. Stores live for the process.
 #include "qzbase/config.h"
 
-#include <cstdlib>
-#include <fstream>
 #include <map>
 #include <mutex>
+#include <sstream>
 #include <string>
 
+#include "config_file.h"
 #include "qzbase/export.h"
 #include "qzbase/log.h"
 #include "qzbase/path.h"
 
 namespace {
+
+const char kSetByProgram[] = "set by the program";
 
 std::string trim(const std::string& text) {
   const char* blanks = " \t\r\n\f\v";
@@ -22,6 +24,11 @@ std::string trim(const std::string& text) {
   return text.substr(begin, end - begin + 1);
 }
 
+struct Option {
+  std::string value;
+  std::string origin;
+};
+
 class ConfigStore final : public QzbConfigOptions {
  public:
   bool getOption(const QzbString& key, QzbString* value, int /*flags*/) const override {
@@ -29,14 +36,12 @@ class ConfigStore final : public QzbConfigOptions {
     std::lock_guard<std::mutex> guard(mutex_);
     auto it = options_.find(key.toStdString());
     if (it == options_.end()) return false;
-    if (value != nullptr) *value = QzbString::fromStdString(it->second);
+    if (value != nullptr) *value = QzbString::fromStdString(it->second.value);
     return true;
   }
 
   void setOption(const QzbString& key, const QzbString& value) override {
-    if (key.isEmpty()) return;
-    std::lock_guard<std::mutex> guard(mutex_);
-    options_[key.toStdString()] = value.toStdString();
+    setOptionFrom(key, value, QzbString(kSetByProgram, true));
   }
 
   bool removeOption(const QzbString& key) override {
@@ -46,13 +51,18 @@ class ConfigStore final : public QzbConfigOptions {
   }
 
   bool loadFile(const QzbString& path, QzbString* error) override {
-    std::ifstream in(path.asCstr());
-    if (path.isEmpty() || !in) {
-      if (error != nullptr) {
-        *error = qzbStringFormat("Cannot read configuration file %s", path.asCstr());
-      }
+    if (path.isEmpty()) {
+      if (error != nullptr) *error = QzbString("Cannot read configuration file: no file named", true);
       return false;
     }
+    const std::string name = path.toStdString();
+    std::string content;
+    std::string problem;
+    if (!qzbiReadConfigFile(name, &content, &problem)) {
+      if (error != nullptr) *error = QzbString::fromStdString(problem);
+      return false;
+    }
+    std::istringstream in(content);
     std::string line;
     int lineNumber = 0;
     bool ok = true;
@@ -65,22 +75,16 @@ class ConfigStore final : public QzbConfigOptions {
       if (key.empty()) {
         // Keep going: one bad line must not cost the options after it.
         if (ok && error != nullptr) {
-          *error = qzbStringFormat("Malformed line %d in configuration file %s", lineNumber,
-                                   path.asCstr());
+          *error = qzbStringFormat(
+              "Malformed line %d in configuration file %s: %s", lineNumber, name.c_str(),
+              equals == std::string::npos ? "no \"=\" (lines are KEY=VALUE)"
+                                          : "no key before \"=\" (lines are KEY=VALUE)");
         }
         ok = false;
         continue;
       }
       std::lock_guard<std::mutex> guard(mutex_);
-      options_[key] = trim(text.substr(equals + 1));
-    }
-    // A read error (a directory opens as a stream but cannot be read) ends
-    // the loop just as the end of the file does.
-    if (in.bad()) {
-      if (error != nullptr) {
-        *error = qzbStringFormat("Cannot read configuration file %s", path.asCstr());
-      }
-      return false;
+      options_[key] = Option{trim(text.substr(equals + 1)), name + ":" + std::to_string(lineNumber)};
     }
     return ok;
   }
@@ -90,29 +94,72 @@ class ConfigStore final : public QzbConfigOptions {
     options_.clear();
   }
 
+  void setOptionFrom(const QzbString& key, const QzbString& value,
+                     const QzbString& origin) override {
+    if (key.isEmpty()) return;
+    std::lock_guard<std::mutex> guard(mutex_);
+    options_[key.toStdString()] = Option{value.toStdString(), origin.toStdString()};
+  }
+
+  QzbString getOptionOrigin(const QzbString& key) const override {
+    if (key.isNull()) return QzbString();
+    std::lock_guard<std::mutex> guard(mutex_);
+    auto it = options_.find(key.toStdString());
+    if (it == options_.end()) return QzbString();
+    return QzbString::fromStdString(it->second.origin);
+  }
+
+  QzbString getOptionNames() const override {
+    std::string names;
+    std::lock_guard<std::mutex> guard(mutex_);
+    for (const auto& option : options_) {
+      if (!names.empty()) names += '\n';
+      names += option.first;
+    }
+    return QzbString::fromStdString(names);
+  }
+
  private:
   mutable std::mutex mutex_;
-  std::map<std::string, std::string> options_;
+  std::map<std::string, Option> options_;
 };
 
-// Loads the operator's file named by QZ_CONFIG_FILE into the default store.
+// What the default store made of the operator's file; written once, under
+// the stores' mutex, before the default store becomes visible.
+struct OperatorFile {
+  QzbString path;
+  QzbString origin;
+  QzbString problem;
+};
+
+OperatorFile& operatorFile() {
+  static OperatorFile* file = new OperatorFile();
+  return *file;
+}
+
+// Loads the operator's file (qzbLocateConfigFile) into the default store.
 void loadOperatorFile(ConfigStore* store) {
-  const char* file = std::getenv(QZB_CONFIG_FILE_ENV);
-  if (file == nullptr || *file == '\0') return;
+  OperatorFile& file = operatorFile();
+  if (!qzbLocateConfigFile(nullptr, &file.path, &file.origin)) return;
   QzbString error;
-  if (!store->loadFile(QzbString(file), &error)) {
+  if (!store->loadFile(file.path, &error)) {
+    file.problem = error;
     QzLogger* logger = qzlogGetLogger("QZ.Base");
-    if (logger != nullptr) logger->logEvent(QZLOG_ERROR, QZ_SOURCE_FILE, __LINE__, "%S", &error);
+    if (logger != nullptr) logger->logEvent(QZLOG_WARN, QZ_SOURCE_FILE, __LINE__, "%S", &error);
   }
+}
+
+std::mutex& storesMutex() {
+  static std::mutex* mutex = new std::mutex();
+  return *mutex;
 }
 
 }  // namespace
 
 QzbConfigOptions* qzbGetConfigOptions(const char* name) {
-  static std::mutex* storesMutex = new std::mutex();
   static std::map<std::string, ConfigStore*>* stores = new std::map<std::string, ConfigStore*>();
   const std::string key = name == nullptr ? std::string() : std::string(name);
-  std::lock_guard<std::mutex> guard(*storesMutex);
+  std::lock_guard<std::mutex> guard(storesMutex());
   auto it = stores->find(key);
   if (it != stores->end()) return it->second;
   ConfigStore* store = new ConfigStore();
@@ -121,4 +168,14 @@ QzbConfigOptions* qzbGetConfigOptions(const char* name) {
   if (key.empty()) loadOperatorFile(store);
   stores->emplace(key, store);
   return store;
+}
+
+QzbString qzbGetConfigFileState(QzbString* origin, QzbString* problem) {
+  // Makes the default store, and so reads the file, when nobody has yet.
+  qzbGetConfigOptions(nullptr);
+  std::lock_guard<std::mutex> guard(storesMutex());
+  const OperatorFile& file = operatorFile();
+  if (origin != nullptr) *origin = file.origin;
+  if (problem != nullptr) *problem = file.problem;
+  return file.path;
 }

@@ -73,7 +73,9 @@ TEST_F(CheckCommand, FindingsGiveStatusOneUntilRepaired) {
   EXPECT_EQ(kinds(document), (std::set<std::string>{"orphan-metadata", "stale-cache", "stale-lock", "missing-object"}));
   for (const auto& finding : document["findings"]) EXPECT_EQ(finding["repaired"], false);
   EXPECT_EQ(document["remaining"], document["findings"].size());
-  qztool::expectOneLineError(result, 1, "remain");
+  for (const auto& finding : document["findings"]) EXPECT_EQ(finding["severity"], "damage");
+  EXPECT_EQ(document["damage"], document["findings"].size());
+  qztool::expectOneLineError(result, 1, "damage findings remain; run 'qzvault check --repair'");
   EXPECT_TRUE(fs::exists(vault_ + "/.v_lck"));  // nothing changed without --repair
 
   // Text output names each finding by its vault path.
@@ -102,9 +104,9 @@ TEST_F(CheckCommand, FileThatIsNotADatabaseRemainsAfterRepair) {
   const std::string text = "my own notes\n";
   qztool::writeText(vault_ + "/Data/.v_cmd", text);
   const ToolResult result = runOn(vault_, {"check", "--repair"});
-  qztool::expectOneLineError(result, 1, "1 finding remains");
+  qztool::expectOneLineError(result, 1, "1 damage finding remains that --repair cannot repair");
   EXPECT_NE(result.out.find("not-a-database"), std::string::npos) << result.out;
-  EXPECT_NE(result.out.find("0 repaired, 1 remaining"), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find("0 repaired, 1 damage and 0 notes remaining"), std::string::npos) << result.out;
   EXPECT_EQ(qztest::readFile(vault_ + "/Data/.v_cmd"), text);
 }
 

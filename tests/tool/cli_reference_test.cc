@@ -2,16 +2,16 @@
 //
 // An example is a ```console block right after a line "<!-- example -->" (run
 // in a fresh demo vault at /srv/demo, which is also the working directory) or
-// "<!-- example: empty -->" (run in an empty directory, /srv/demo not yet
-// made). Lines "$ qzvault ..." are commands; the lines after each, up to the
-// next command, are what it prints (stdout, then stderr). A command ending in
+// "<!-- example: empty -->" (run in /srv, where /srv/demo is not yet made).
+// Lines "$ qzvault ..." are commands; the lines after each, up to the next
+// command, are what it prints (stdout, then stderr). A command ending in
 // "# exit status N" must end with that status, any other with 0. Every
 // example also has the directory /srv/inbox with the files the reference
 // describes. Commands run with a PATH on which there is no program at all:
 // the reference shows the output of a machine without Graphviz.
 //
 // Before comparing, both sides are normalised: the real directories become
-// /srv/demo and /srv/inbox, the build tree's plug-in directory the installed
+// /srv/demo, /srv/inbox and /srv, the build tree's plug-in directory the installed
 // one, every UUID "<uuid>", every date "<date>", every time in seconds
 // "<seconds>", and the user running the test "alice".
 #include <pwd.h>
@@ -35,6 +35,7 @@ using qztool::ToolResult;
 
 const char kDocVault[] = "/srv/demo";
 const char kDocInbox[] = "/srv/inbox";
+const char kDocParent[] = "/srv";
 const char kDocPlugins[] = "/usr/local/lib/qzvault/plugins (installation)";
 
 struct Command {
@@ -180,6 +181,8 @@ void runExample(const Example& example) {
     std::string actual = result.out + result.err;
     actual = replaceAll(actual, qztool::buildPluginDir() + " (build tree)", kDocPlugins);
     actual = replaceAll(replaceAll(actual, vault, kDocVault), inbox, kDocInbox);
+    // The directory that holds both: the working directory of an empty example.
+    actual = replaceAll(actual, dir.path(), kDocParent);
     EXPECT_EQ(result.status, command.status) << result.describe();
     EXPECT_EQ(normalise(actual), normalise(command.expected));
   }
@@ -218,7 +221,7 @@ TEST(CliReference, EveryCommandHasAnExample) {
        {"init", "info", "ls", "tree", "mkdir", "rmdir", "rename", "fsrename", "mv", "add", "rm",
         "attr list", "attr get", "attr set", "attr clear", "version create", "version list",
         "version rollback", "lock", "unlock", "status", "analyze", "deps", "used-by", "resources",
-        "types", "lineage", "graph", "clean", "demo", "locks"}) {
+        "types", "lineage", "graph", "clean", "demo", "check", "config", "locks"}) {
     EXPECT_EQ(shown.count(command), 1u) << "no example of qzvault " << command;
   }
 }

@@ -62,11 +62,14 @@ struct ToolResult {
 struct RunOptions {
   std::string cwd;                                          // empty: the test's own
   std::vector<std::pair<std::string, std::string>> env;     // set in the child
+  std::vector<std::string> unset;                           // removed in the child
   bool asNobody = false;                                    // drop to user nobody first
 };
 
-// Runs `program` with `args`. QZ_CONFIG_FILE is removed from the child's
-// environment unless `options.env` sets it, so that no operator file leaks in.
+// Runs `program` with `args`. QZ_CONFIG_FILE is set empty in the child's
+// environment (which reads no configuration file at all) unless `options.env`
+// sets it or `options.unset` removes it, so that no operator's or user's file
+// leaks in.
 inline ToolResult runProgram(const std::string& program, const std::vector<std::string>& args,
                              const RunOptions& options = {}) {
   ToolResult result;
@@ -89,8 +92,9 @@ inline ToolResult runProgram(const std::string& program, const std::vector<std::
     close(errPipe[0]);
     close(errPipe[1]);
     if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) _exit(126);
-    unsetenv("QZ_CONFIG_FILE");
+    setenv("QZ_CONFIG_FILE", "", 1);
     for (const auto& variable : options.env) setenv(variable.first.c_str(), variable.second.c_str(), 1);
+    for (const std::string& variable : options.unset) unsetenv(variable.c_str());
     if (options.asNobody && geteuid() == 0) {
       const gid_t group = static_cast<gid_t>(qztest::kNobodyId);
       if (setgroups(1, &group) != 0 || setgid(group) != 0 ||

@@ -135,6 +135,7 @@ QzvItemList* QzvVaultCheckImpl::check(bool repair) {
     list->setLastRowElement(QZV_CHECK_COL_PATH, QzbString(finding.path.c_str()));
     list->setLastRowElement(QZV_CHECK_COL_DETAIL, QzbString(finding.detail.c_str()));
     list->setLastRowElement(QZV_CHECK_COL_REPAIRED, QzbString(finding.repaired ? "1" : "0"));
+    list->setLastRowElement(QZV_CHECK_COL_SEVERITY, QzbString(qzviCheckSeverity(finding.kind)));
   }
   return list;
 }

@@ -58,6 +58,12 @@ class QzviCheckReport {
   std::vector<QzviCheckFinding> findings_;
 };
 
+// The severity of a finding of `kind` (a QZV_CHECK_KIND_* text):
+// QZV_CHECK_SEVERITY_NOTE or QZV_CHECK_SEVERITY_DAMAGE. The table of
+// vault_check_severity.cc is the one place that says which; a kind it does
+// not list is damage.
+const char* qzviCheckSeverity(const char* kind);
+
 // `directory` joined with `name` by the platform's separator.
 std::string qzviCheckJoin(const std::string& directory, const std::string& name);
 

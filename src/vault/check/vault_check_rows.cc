@@ -99,22 +99,26 @@ void qzviCheckCachedRows(SqliteConnection* db, const QzviCheckFolder& folder,
                 "cannot read the cached file rows: " + error, false);
     return;
   }
-  StaleNames stale;
+  // Rows of a file that is gone are kept by nothing; rows of a changed file
+  // are read again by the folder's next listing.
+  StaleNames gone;
+  StaleNames changed;
   std::unordered_set<std::string> seen;
   for (const auto& row : cached) {
     if (!seen.insert(row.first).second) continue;  // a name cached twice is judged once
     const auto file = folder.files.find(row.first);
     if (file == folder.files.end()) {
-      stale.add(folder, row.first, "cached rows of a file that is gone");
+      gone.add(folder, row.first, "cached rows of a file that is gone");
     } else if (file->second != row.second) {
-      stale.add(folder, row.first,
-                "cached rows of a changed file: cached time stamp " + std::to_string(row.second) +
-                    ", file time stamp " + std::to_string(file->second));
+      changed.add(folder, row.first,
+                  "cached rows of a changed file: cached time stamp " + std::to_string(row.second) +
+                      ", file time stamp " + std::to_string(file->second));
     }
   }
   for (const auto& row : attributes) {
     if (folder.files.count(row.first) != 0) continue;
-    stale.add(folder, row.first, "cached attribute rows of a file that is gone");
+    gone.add(folder, row.first, "cached attribute rows of a file that is gone");
   }
-  reportAll(QZV_CHECK_KIND_STALE_CACHE, stale, {"v_file", "v_attr"}, db, report);
+  reportAll(QZV_CHECK_KIND_STALE_CACHE, gone, {"v_file", "v_attr"}, db, report);
+  reportAll(QZV_CHECK_KIND_OUTDATED_CACHE, changed, {"v_file", "v_attr"}, db, report);
 }

@@ -74,12 +74,16 @@ void setDirectoryError(int result, const QzbString& directory, QzbString* error)
 }
 
 // Loads one plug-in library and appends the plug-ins of a usable factory.
+// Every plug-in file that yields nothing is also a warning with its reason,
+// so that an operator sees why a file type is not understood.
 void loadPluginLibrary(const char* path, const char* leaf, QzbString* error,
                        std::vector<QzvMetaDataPlugin*>* list) {
+  QzLogger* logger = qzviVaultLogger();
   NpDso* library = nullptr;
   const int loaded = np_dso_load(path, kPluginLoadFlags, &library);
   if (loaded != 0) {
     error->append(qzbStringFormat("Plugin load failed on %s\n", path));
+    QZVI_LOG(logger, QZLOG_WARN, "Plugin load failed on %s: %s", path, np_dso_error());
     if (loaded == NP_DSO_LOADED_UNUSABLE) np_dso_unload(library);
     return;
   }
@@ -87,16 +91,47 @@ void loadPluginLibrary(const char* path, const char* leaf, QzbString* error,
   // of it may already be referenced (static constructors, atexit handlers).
   keepLoaded(library);
   void* symbol = np_dso_getsym(library, QZV_PLUGIN_ENTRY_NAME);
-  if (symbol == nullptr) return;
+  if (symbol == nullptr) {
+    QZVI_LOG(logger, QZLOG_WARN, "Plugin %s is not used: it has no entry point %s", path,
+             QZV_PLUGIN_ENTRY_NAME);
+    return;
+  }
   QzvCreateFactoryFunction createFactory = reinterpret_cast<QzvCreateFactoryFunction>(symbol);
   QzvMetaDataPluginFactory* factory = createFactory();
-  if (factory == nullptr) return;
-  if (factory->getStatus() == 1) {
-    QZVI_LOG(qzviVaultLogger(), QZLOG_TRACE, "Loading vault plugin: %s", leaf);
+  if (factory == nullptr) {
+    QZVI_LOG(logger, QZLOG_WARN, "Plugin %s is not used: its entry point made no factory", path);
+    return;
+  }
+  const int status = factory->getStatus();
+  if (status == 1) {
+    QZVI_LOG(logger, QZLOG_TRACE, "Loading vault plugin: %s", leaf);
     const int count = factory->getPluginCount();
     for (int index = 0; index < count; ++index) list->push_back(factory->getPlugin(index));
+  } else {
+    QZVI_LOG(logger, QZLOG_WARN, "Plugin %s is not used: its factory reports status %d", path,
+             status);
   }
   factory->release();
+}
+
+// The directories of a plug-in path: the parts between ":" separators, in
+// order (one empty directory for an empty path, so that it is reported).
+std::vector<QzbString> pluginDirectories(const QzbString& path) {
+  std::vector<QzbString> directories;
+  const std::string text = path.toStdString();
+  std::size_t start = 0;
+  for (;;) {
+    const std::size_t colon = text.find(QZVI_PLUGIN_PATH_SEPARATOR, start);
+    const std::string part =
+        text.substr(start, colon == std::string::npos ? std::string::npos : colon - start);
+    // Empty parts between separators ("a::b", a trailing ":") name nothing.
+    if (!part.empty() || (directories.empty() && colon == std::string::npos)) {
+      directories.push_back(QzbString::fromStdString(part));
+    }
+    if (colon == std::string::npos) break;
+    start = colon + 1;
+  }
+  return directories;
 }
 
 }  // namespace
@@ -113,10 +148,27 @@ QzviPluginRegistry* createMetaDataPlugins(const QzbString& directory, QzbString*
   g_registry->count = staticCount;
 
   error->setNull(true);
+  // Several directories are read in the order given; the plug-ins of an
+  // earlier one come first in the registry, and so win a file that two claim.
   std::vector<QzvMetaDataPlugin*> diskPlugins;
-  if (registerDiskPlugins(directory, error, &diskPlugins)) {
-    g_registry->count += static_cast<int>(diskPlugins.size());
+  for (const QzbString& part : pluginDirectories(directory)) {
+    QzbString partError;
+    partError.setNull(true);
+    if (!registerDiskPlugins(part, &partError, &diskPlugins)) {
+      QZVI_LOG(qzviVaultLogger(), QZLOG_WARN, "Cannot read plugin directory %s: %s",
+               part.isEmpty() ? "\"\"" : part.asCstr(), partError.asCstr());
+    }
+    if (!partError.isNull()) {
+      if (error->isNull()) {
+        *error = partError;
+      } else {
+        // One reason per line, as the load failures are.
+        if (!error->isEmpty() && error->right(1).compare("\n", true) != 0) error->append("\n");
+        error->append(partError);
+      }
+    }
   }
+  g_registry->count += static_cast<int>(diskPlugins.size());
 
   if (g_registry->count > 0) {
     g_registry->plugins = new QzvMetaDataPlugin*[g_registry->count];

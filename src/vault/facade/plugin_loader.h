@@ -14,9 +14,15 @@
 #include "qzbase/string.h"
 #include "qzvault/plugin.h"
 
+// Separates the directories of a plug-in path ("BASE/PLUGIN_PATH" or
+// setVaultPluginPath), which are read in order.
+#define QZVI_PLUGIN_PATH_SEPARATOR ':'
+
 // The registry of the process: the existing one when it holds plug-ins,
-// otherwise a new one loaded from `directory`. Never null. `error` receives the
-// reasons plug-ins could not be loaded (null when there were none).
+// otherwise a new one loaded from the directories of `directory` (separated by
+// ":", read in order). Never null. `error` receives the reasons plug-ins could
+// not be loaded (null when there were none); each reason is also logged at
+// warning level, with the system's explanation.
 QzviPluginRegistry* createMetaDataPlugins(const QzbString& directory, QzbString* error);
 // Loads the "qzvmd*" shared objects of `directory` and appends their plug-ins
 // to `list`. False (with the reason in *error) when the directory cannot be

@@ -422,15 +422,19 @@ bool QzvFolderImpl::refreshFolderAttributes() {
 
   QzvItemList* rows = selectFolderRows(db, "SELECT * from v_attr WHERE fname is null", 0, nullptr);
   if (rows == nullptr) return false;
-  // A row holding 0 or a non-number reads as 0 and counts as absent, so a
-  // second row is inserted beside it.
+  // A row holding 0 or a non-number (one that a host cleared) has no date:
+  // it is given one in place, so that the attribute stays one row.
   unsigned long storedCreation = 0;
   unsigned long storedModified = 0;
+  bool creationRow = false;
+  bool modifiedRow = false;
   while (rows->next()) {
     const QzbString attribute = rows->getValue(1);
     if (attribute.compare(QZVI_ATTR_CREATIONDATE, true) == 0) {
+      creationRow = true;
       storedCreation = rows->getValueUlong(3);
     } else if (attribute.compare(QZVI_ATTR_MODIFIEDDATE, true) == 0) {
+      modifiedRow = true;
       storedModified = rows->getValueUlong(3);
     }
   }
@@ -442,17 +446,16 @@ bool QzvFolderImpl::refreshFolderAttributes() {
   };
   std::vector<PlannedStamp> updates;
   std::vector<PlannedStamp> inserts;
-  if (storedCreation != 0) {
-    // Moved forward only when the directory is more than a second younger
-    // than the stored date (a directory made again under the same name).
-    if (storedCreation + 1 < directoryTime) {
-      updates.push_back({QZVI_ATTR_CREATIONDATE, directoryTime});
-    }
-  } else {
-    inserts.push_back({QZVI_ATTR_CREATIONDATE, directoryTime});
+  // The creation date is written once and never moves afterwards: the
+  // directory's status-change time moves whenever an entry of the folder is
+  // added or removed (the metadata databases' own journals among them), so
+  // it says nothing about when the folder was made after the first time.
+  if (storedCreation == 0) {
+    (creationRow ? updates : inserts).push_back({QZVI_ATTR_CREATIONDATE, directoryTime});
   }
   if (storedModified == 0) {
-    inserts.push_back({QZVI_ATTR_MODIFIEDDATE, static_cast<unsigned long>(qzviCurrentSeconds())});
+    (modifiedRow ? updates : inserts)
+        .push_back({QZVI_ATTR_MODIFIEDDATE, static_cast<unsigned long>(qzviCurrentSeconds())});
   }
 
   if (updates.empty() && inserts.empty()) {

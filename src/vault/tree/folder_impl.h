@@ -62,9 +62,9 @@ class QzvFolderImpl final : public QzvFolder {
   bool getLockHolder(QzbString* holder, QzbString* state) override;
   bool clearLock(bool force) override;
 
-  // Makes sure the folder has "_CREATIONDATE" and "_MODIFIEDDATE", moving the
-  // creation date forward to the directory's status-change time when that is
-  // more than a second later.
+  // Makes sure the folder has "_CREATIONDATE" (the directory's status-change
+  // time when first stamped; never moved afterwards) and "_MODIFIEDDATE"; a
+  // row of either without a date is given one in place.
   bool refreshFolderAttributes();
   // Stamps "_MODIFIEDUSER" (the process user, whatever `user` says) and
   // "_MODIFIEDDATE" on this folder.

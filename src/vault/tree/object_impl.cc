@@ -13,6 +13,7 @@
 #include "cache_refresh.h"
 #include "debug_log.h"
 #include "file_list.h"
+#include "file_rows_snapshot.h"
 #include "folder_factory.h"
 #include "metadata_db.h"
 #include "plugin_registry.h"
@@ -151,6 +152,15 @@ bool QzvObjectImpl::initNewFromFile(const QzbString& fileName, const QzbString& 
     return false;
   }
 
+  // What the file name's rows were before, so that a creation that fails
+  // after its first transaction (the naming below refuses a display name
+  // that the folder already has) takes back what it wrote.
+  QzviFileRowsSnapshot before;
+  if (!before.take(db.get(), fileName_, &errorMessage_)) {
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return false;
+  }
+
   // Only the creator is written here; renameSelf below stamps the modifying
   // user in a transaction of its own, after this one has committed.
   if (!execText(db.get(), "BEGIN TRANSACTION")) {
@@ -178,7 +188,17 @@ bool QzvObjectImpl::initNewFromFile(const QzbString& fileName, const QzbString& 
     return false;
   }
   db.close();
-  return renameSelf(displayName);
+  if (renameSelf(displayName)) return true;
+
+  // The object was not made: its creator and modifying-user stamps go again.
+  // The naming's message is the one the caller sees.
+  QzviDBHandle undo(qzviOpenDB(folderPath_, QZVI_FIXED_METADATA_FILE, nullptr, cache), cache);
+  QzbString undoError;
+  if (!undo || !before.restore(undo.get(), &undoError)) {
+    QZVI_LOG(logger, QZLOG_ERROR, "Could not take back the metadata of %s: %s", fullPath_.asCstr(),
+             undo ? undoError.asCstr() : "the fixed metadata file cannot be opened");
+  }
+  return false;
 }
 
 bool QzvObjectImpl::initNew(const QzbString& fileName, const QzbString& displayName,

@@ -29,7 +29,9 @@ class QzvObjectImpl final : public QzvObject {
   // it cannot be examined.
   bool init(const QzbString& fullPath, QzviVaultContext* vault);
   // A file the caller has written into `folderPath`: stamps the creator and
-  // records `displayName` through renameSelf.
+  // records `displayName` through renameSelf. When the naming fails (a display
+  // name the folder already has), the file name's rows are put back as they
+  // were before.
   bool initNewFromFile(const QzbString& fileName, const QzbString& displayName,
                        QzviVaultContext* vault, const QzbString& folderPath);
   // A new object whose file the caller writes afterwards.

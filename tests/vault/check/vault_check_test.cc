@@ -36,6 +36,7 @@ struct Finding {
   std::string path;
   std::string detail;
   bool repaired;
+  std::string severity;
 };
 
 class VaultCheckTest : public ::testing::Test {
@@ -55,7 +56,8 @@ class VaultCheckTest : public ::testing::Test {
       findings.push_back({row[QZV_CHECK_COL_KIND].value_or(""),
                           row[QZV_CHECK_COL_PATH].value_or(""),
                           row[QZV_CHECK_COL_DETAIL].value_or(""),
-                          row[QZV_CHECK_COL_REPAIRED] == std::string("1")});
+                          row[QZV_CHECK_COL_REPAIRED] == std::string("1"),
+                          row[QZV_CHECK_COL_SEVERITY].value_or("")});
     }
     return findings;
   }
@@ -165,6 +167,7 @@ TEST_F(VaultCheckTest, FileThatIsNotADatabaseIsReportedAndNeverDeleted) {
     const std::vector<Finding> findings = check(repair);
     ASSERT_EQ(findings.size(), 1u) << "repair " << repair;
     EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_NOT_A_DATABASE);
+    EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
     EXPECT_EQ(findings[0].path, dir_.join("sub/.v_cmd"));
     EXPECT_EQ(findings[0].detail, "not an SQLite database; left as it is");
     EXPECT_FALSE(findings[0].repaired);
@@ -185,6 +188,7 @@ TEST_F(VaultCheckTest, DamagedIndexIsFoundAndRebuilt) {
   std::vector<Finding> findings = check(false);
   ASSERT_EQ(findings.size(), 1u);
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_DAMAGED_DATABASE);
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
   EXPECT_EQ(findings[0].path, fixed);
   EXPECT_EQ(findings[0].detail.rfind("integrity check failed: ", 0), 0u) << findings[0].detail;
   EXPECT_NE(findings[0].detail.find("v_object_fname"), std::string::npos) << findings[0].detail;
@@ -193,6 +197,7 @@ TEST_F(VaultCheckTest, DamagedIndexIsFoundAndRebuilt) {
   findings = check(true);
   ASSERT_EQ(findings.size(), 1u);
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_DAMAGED_DATABASE);
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
   EXPECT_TRUE(findings[0].repaired);
   EXPECT_NE(findings[0].detail.find("; indexes rebuilt"), std::string::npos) << findings[0].detail;
   EXPECT_EQ(query(fixed, "PRAGMA integrity_check"), Rows{Row{std::string("ok")}});
@@ -211,6 +216,7 @@ TEST_F(VaultCheckTest, DamagedTableIsReportedAndLeftAlone) {
   const std::vector<Finding> findings = check(true);
   ASSERT_EQ(findings.size(), 1u);
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_DAMAGED_DATABASE);
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
   EXPECT_EQ(findings[0].path, fixed);
   EXPECT_FALSE(findings[0].repaired);
   EXPECT_TRUE(qztest::pathExists(fixed));
@@ -227,6 +233,7 @@ TEST_F(VaultCheckTest, FixedRowsOfGoneNamesAreFoundAndDeleted) {
   std::vector<Finding> findings = check(false);
   ASSERT_EQ(findings.size(), 2u);
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_ORPHAN_METADATA);
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
   EXPECT_EQ(findings[0].path, dir_.join("gone.txt"));
   EXPECT_EQ(findings[0].detail, "3 fixed metadata row(s) of a name that is not in the folder");
   EXPECT_FALSE(findings[0].repaired);
@@ -264,6 +271,8 @@ TEST_F(VaultCheckTest, RepairThatFailsPartWayKeepsEveryRowOfItsTransaction) {
   EXPECT_EQ(count(fixed, "SELECT COUNT(*) FROM v_object WHERE fname IN ('a.txt', 'b.txt')"), 2);
 }
 
+// Rows of a gone file are damage; rows of a changed file are a note, since
+// the folder's next listing reads the file again anyway.
 TEST_F(VaultCheckTest, CachedRowsOfGoneOrChangedFilesAreFoundAndDeleted) {
   buildCleanVault();
   const std::string cached = dir_.join(".v_cmd");
@@ -274,9 +283,11 @@ TEST_F(VaultCheckTest, CachedRowsOfGoneOrChangedFilesAreFoundAndDeleted) {
   std::vector<Finding> findings = check(false);
   ASSERT_EQ(findings.size(), 2u);  // notes.txt had no fixed rows
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_STALE_CACHE);
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
   EXPECT_EQ(findings[0].path, dir_.join("notes.txt"));
   EXPECT_EQ(findings[0].detail, "cached rows of a file that is gone");
-  EXPECT_EQ(findings[1].kind, QZV_CHECK_KIND_STALE_CACHE);
+  EXPECT_EQ(findings[1].kind, QZV_CHECK_KIND_OUTDATED_CACHE);
+  EXPECT_EQ(findings[1].severity, QZV_CHECK_SEVERITY_NOTE);
   EXPECT_EQ(findings[1].path, dir_.join("plan.txt"));
   EXPECT_EQ(findings[1].detail, "cached rows of a changed file: cached time stamp " +
                                     std::to_string(planTime) + ", file time stamp " +
@@ -305,6 +316,7 @@ TEST_F(VaultCheckTest, CachedAttributeRowsWithoutAFileRowAreFound) {
   std::vector<Finding> findings = check(true);
   ASSERT_EQ(findings.size(), 1u);
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_STALE_CACHE);
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
   EXPECT_EQ(findings[0].path, dir_.join("sub/lost.job"));
   EXPECT_EQ(findings[0].detail, "cached attribute rows of a file that is gone; rows deleted");
   EXPECT_TRUE(findings[0].repaired);
@@ -320,6 +332,7 @@ TEST_F(VaultCheckTest, StaleLockIsReportedWithItsAgeAndRemoved) {
   std::vector<Finding> findings = check(false);
   ASSERT_EQ(findings.size(), 1u);  // the fresh lock of sub is not stale
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_STALE_LOCK);
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
   EXPECT_EQ(findings[0].path, lock);
   long age = 0;
   ASSERT_EQ(std::sscanf(findings[0].detail.c_str(), "lock file is %ld seconds old", &age), 1)
@@ -358,6 +371,7 @@ TEST_F(VaultCheckTest, AnObjectWhoseFileIsGoneGetsItsNewestVersionBack) {
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_MISSING_OBJECT);
   EXPECT_EQ(findings[0].path, dir_.join("sub/gone.job"));
   EXPECT_EQ(findings[0].detail, "the file is gone while 2 versions remain (newest: version 2)");
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
   EXPECT_FALSE(findings[0].repaired);
   EXPECT_FALSE(qztest::pathExists(dir_.join("sub/gone.job")));
 
@@ -402,6 +416,7 @@ TEST_F(VaultCheckTest, DanglingEdgesAndUnusedResourcesAreFoundAndDeleted) {
   std::vector<Finding> findings = check(false);
   ASSERT_EQ(findings.size(), 6u);
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_DANGLING_EDGE);
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
   EXPECT_EQ(findings[0].path, store);
   EXPECT_EQ(findings[0].detail, "edge: resource 4 uses resource 99; missing resource 99");
   EXPECT_EQ(findings[1].detail, "edge: resource 98 uses resource 5; missing resource 98");
@@ -409,6 +424,7 @@ TEST_F(VaultCheckTest, DanglingEdgesAndUnusedResourcesAreFoundAndDeleted) {
             "edge: resource 97 uses resource 96; missing resource 97 and 96");
   // 4 and 5 count as unused: their only edges dangle.
   EXPECT_EQ(findings[3].kind, QZV_CHECK_KIND_UNUSED_RESOURCE);
+  EXPECT_EQ(findings[3].severity, QZV_CHECK_SEVERITY_NOTE);
   EXPECT_EQ(findings[3].detail, "resource 4 (Table /a) has no edge to or from another resource");
   EXPECT_EQ(findings[4].detail, "resource 5 (Table /b) has no edge to or from another resource");
   EXPECT_EQ(findings[5].detail, "resource 6 (Query /c) has no edge to or from another resource");

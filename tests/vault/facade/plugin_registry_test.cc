@@ -131,8 +131,8 @@ TEST(PluginRegistry, MixedDirectoryLoadsWhatItCanAndReportsTheRest) {
         "Plugin load failed on " + testPluginPath("mixed", "qzvmdgarbage.so") + "\n";
     EXPECT_EQ(error.toStdString(), expected);
 
-    // A missing entry function and a null factory are skipped silently, and
-    // their libraries stay loaded.
+    // A missing entry function and a null factory add nothing to the error
+    // text (they are warnings only, below), and their libraries stay loaded.
     EXPECT_TRUE(qztest::isLibraryLoaded(testPluginPath("mixed", "qzvmdnosymbol.so")));
     QzTestPluginCounters* nullFactory =
         testPluginCounters(testPluginPath("mixed", "qzvmdnullfactory.so"));
@@ -143,6 +143,106 @@ TEST(PluginRegistry, MixedDirectoryLoadsWhatItCanAndReportsTheRest) {
     EXPECT_TRUE(log.contains("Loading vault plugin: qzvmdtestpair.so", 1)) << log.dump();
     EXPECT_EQ(log.count("Loading vault plugin: qzvmdnosymbol.so"), 0);
     EXPECT_EQ(log.count("Loading vault plugin: qzvmdnullfactory.so"), 0);
+    EXPECT_TRUE(log.contains("Plugin " + testPluginPath("mixed", "qzvmdnosymbol.so") +
+                                 " is not used: it has no entry point qzv_create_factory10",
+                             QZLOG_WARN, "QZ.Repos.Vault"))
+        << log.dump();
+    EXPECT_TRUE(log.contains("Plugin " + testPluginPath("mixed", "qzvmdnullfactory.so") +
+                                 " is not used: its entry point made no factory",
+                             QZLOG_WARN, "QZ.Repos.Vault"))
+        << log.dump();
+  });
+}
+
+TEST(PluginRegistry, LoadFailureIsAWarningWithTheSystemsReason) {
+  runInChildProcess([] {
+    LogCapture log;
+    QzbString error;
+    createMetaDataPlugins(QzbString(testPluginDir("mixed").c_str()), &error);
+    const std::string prefix =
+        "Plugin load failed on " + testPluginPath("mixed", "qzvmdgarbage.so") + ": ";
+    bool found = false;
+    for (const qztest::CapturedEvent& event : log.events()) {
+      if (event.text.rfind(prefix, 0) != 0) continue;
+      found = true;
+      EXPECT_EQ(event.level, QZLOG_WARN);
+      EXPECT_EQ(event.logger, "QZ.Repos.Vault");
+      // The loader's own explanation follows, on the same line.
+      EXPECT_GT(event.text.size(), prefix.size()) << event.text;
+      EXPECT_EQ(event.text.find('\n'), std::string::npos) << event.text;
+    }
+    EXPECT_TRUE(found) << log.dump();
+  });
+}
+
+TEST(PluginRegistry, FactoryWithBadStatusIsAWarning) {
+  runInChildProcess([] {
+    LogCapture log;
+    QzbString error;
+    createMetaDataPlugins(QzbString(testPluginDir("badstatus").c_str()), &error);
+    EXPECT_TRUE(log.containsFragment(testPluginPath("badstatus", "qzvmdbadstatus.so") +
+                                     " is not used: its factory reports status "))
+        << log.dump();
+  });
+}
+
+TEST(PluginRegistry, SeveralDirectoriesAreReadInTheOrderGiven) {
+  runInChildProcess([] {
+    QzbString error;
+    const std::string path = testPluginDir("uppercase") + ":" + testPluginDir("working");
+    QzviPluginRegistry* registry = createMetaDataPlugins(QzbString(path.c_str()), &error);
+    EXPECT_EQ(typeNames(registry),
+              (std::vector<std::string>{"upper.one", "upper.two", "pair.one", "pair.two"}));
+    EXPECT_TRUE(error.isEmpty()) << error.asCstr();
+  });
+  runInChildProcess([] {
+    QzbString error;
+    // Empty parts name no directory and are passed over.
+    const std::string path = ":" + testPluginDir("working") + "::" + testPluginDir("uppercase") + ":";
+    QzviPluginRegistry* registry = createMetaDataPlugins(QzbString(path.c_str()), &error);
+    EXPECT_EQ(typeNames(registry),
+              (std::vector<std::string>{"pair.one", "pair.two", "upper.one", "upper.two"}));
+    EXPECT_TRUE(error.isEmpty()) << error.asCstr();
+  });
+}
+
+TEST(PluginRegistry, MissingDirectoryAmongSeveralIsAWarningAndTheOthersLoad) {
+  runInChildProcess([] {
+    TempDir dir;
+    LogCapture log;
+    QzbString error;
+    const std::string missing = dir.join("missing");
+    const std::string path = missing + ":" + testPluginDir("working");
+    QzviPluginRegistry* registry = createMetaDataPlugins(QzbString(path.c_str()), &error);
+    EXPECT_EQ(typeNames(registry), (std::vector<std::string>{"pair.one", "pair.two"}));
+    EXPECT_EQ(error.toStdString(), "Plugin directory not found");
+    EXPECT_TRUE(log.contains("Cannot read plugin directory " + missing + ": Plugin directory not found",
+                             QZLOG_WARN, "QZ.Repos.Vault"))
+        << log.dump();
+  });
+}
+
+TEST(PluginRegistry, ReasonsOfSeveralDirectoriesAreOnePerLine) {
+  runInChildProcess([] {
+    TempDir dir;
+    QzbString error;
+    const std::string path = dir.join("one") + ":" + testPluginDir("mixed") + ":" + dir.join("two");
+    createMetaDataPlugins(QzbString(path.c_str()), &error);
+    EXPECT_EQ(error.toStdString(),
+              "Plugin directory not found\nPlugin load failed on " +
+                  testPluginPath("mixed", "qzvmdgarbage.so") + "\nPlugin directory not found");
+  });
+}
+
+TEST(PluginRegistry, EmptyPathIsAWarningToo) {
+  runInChildProcess([] {
+    LogCapture log;
+    QzbString error;
+    createMetaDataPlugins(QzbString(""), &error);
+    EXPECT_EQ(error.toStdString(), "Plugin directory not found");
+    EXPECT_TRUE(log.contains("Cannot read plugin directory \"\": Plugin directory not found",
+                             QZLOG_WARN, "QZ.Repos.Vault"))
+        << log.dump();
   });
 }
 

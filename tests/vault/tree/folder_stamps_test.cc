@@ -8,6 +8,7 @@
 #include <string>
 
 #include "folder_test_util.h"
+#include "qzvault/attribute.h"
 #include "support/log_capture.h"
 #include "support/privileges.h"
 #include "support/temp_dir.h"
@@ -16,6 +17,7 @@
 namespace {
 
 using qztest::fmdOf;
+using qztest::own;
 using qztest::folderStamp;
 using qztest::LogCapture;
 using qztest::makeFolder;
@@ -434,31 +436,42 @@ TEST_F(StampTest, RefreshWithNothingToDoWritesNothing) {
   EXPECT_TRUE(log.contains(trace("Exiting", "refreshFolderAttributes", dir_.path()), 1));
 }
 
-TEST_F(StampTest, TheCreationDateMovesForwardOnlyWhenTheDirectoryIsMoreThanASecondYounger) {
+// The directory's status-change time moves whenever an entry is added to or
+// removed from it (a database journal among them); the creation date, once
+// written, stays.
+TEST_F(StampTest, TheCreationDateNeverMovesOnceWritten) {
   qztest::execute(db_,
                   "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
                   "(NULL, '_CREATIONDATE', 0, '1600000000'), "
                   "(NULL, '_MODIFIEDDATE', 0, '42')");
-  {
-    ScopedStatusTime directoryTime(dir_.path(), 1600000001);  // stored + 1: not later
+  for (const int64_t directoryTime : {1600000001, 1599999000, 1600000002, 1700000000}) {
+    ScopedStatusTime time(dir_.path(), directoryTime);
     ASSERT_TRUE(folder_->refreshFolderAttributes());
+    EXPECT_EQ(stamp("_CREATIONDATE"), (Rows{{"0", "1600000000"}})) << directoryTime;
   }
-  EXPECT_EQ(stamp("_CREATIONDATE"), (Rows{{"0", "1600000000"}}));
-  {
-    ScopedStatusTime directoryTime(dir_.path(), 1599999000);  // older: never moved back
-    ASSERT_TRUE(folder_->refreshFolderAttributes());
-  }
-  EXPECT_EQ(stamp("_CREATIONDATE"), (Rows{{"0", "1600000000"}}));
-  {
-    ScopedStatusTime directoryTime(dir_.path(), 1600000002);
-    ASSERT_TRUE(folder_->refreshFolderAttributes());
-  }
-  EXPECT_EQ(stamp("_CREATIONDATE"), (Rows{{"0", "1600000002"}}));
   // A stored modification date is never changed here.
   EXPECT_EQ(stamp("_MODIFIEDDATE"), (Rows{{"0", "42"}}));
 }
 
-TEST_F(StampTest, RowsHoldingZeroOrANonNumberCountAsAbsent) {
+TEST_F(StampTest, TheCreationDateStaysThroughAttributeChanges) {
+  ScopedClock clock(1700000000);
+  ASSERT_TRUE(folder_->refreshFolderAttributes());
+  const Rows created = stamp("_CREATIONDATE");
+  ASSERT_EQ(created.size(), 1u);
+  // Each commit creates and removes a journal beside the database, which
+  // moves the directory's status-change time.
+  for (int i = 0; i < 3; ++i) {
+    ScopedStatusTime later(dir_.path(), 1800000000 + i * 10);
+    auto attribute = own(folder_->getAttribute(S("Owner")));
+    ASSERT_NE(attribute, nullptr);
+    attribute->setValue(0, 0, S(("team" + std::to_string(i)).c_str()));
+    ASSERT_TRUE(attribute->commit()) << attribute->getErrorMessage().asCstr();
+    ASSERT_TRUE(folder_->refreshFolderAttributes());
+  }
+  EXPECT_EQ(stamp("_CREATIONDATE"), created);
+}
+
+TEST_F(StampTest, RowsHoldingZeroOrANonNumberGetTheirDateInPlace) {
   qztest::execute(db_,
                   "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
                   "(NULL, '_CREATIONDATE', 0, '0'), (NULL, '_MODIFIEDDATE', 0, 'soon')");
@@ -467,8 +480,25 @@ TEST_F(StampTest, RowsHoldingZeroOrANonNumberCountAsAbsent) {
     ScopedClock clock(1700000000);
     ASSERT_TRUE(folder_->refreshFolderAttributes());
   }
-  EXPECT_EQ(stamp("_CREATIONDATE"), (Rows{{"0", "0"}, {"0", "1600000000"}}));
-  EXPECT_EQ(stamp("_MODIFIEDDATE"), (Rows{{"0", "soon"}, {"0", "1700000000"}}));
+  EXPECT_EQ(stamp("_CREATIONDATE"), (Rows{{"0", "1600000000"}}));
+  EXPECT_EQ(stamp("_MODIFIEDDATE"), (Rows{{"0", "1700000000"}}));
+}
+
+TEST_F(StampTest, AClearedDateIsOneRowAgainAfterTheNextRefresh) {
+  {
+    ScopedClock clock(1650000000);
+    ASSERT_TRUE(folder_->refreshFolderAttributes());
+  }
+  // Clearing leaves one row of nulls (an attribute always has a row).
+  auto modified = own(folder_->getAttribute(S("_MODIFIEDDATE")));
+  ASSERT_NE(modified, nullptr);
+  modified->clear();
+  ASSERT_TRUE(modified->commit()) << modified->getErrorMessage().asCstr();
+  {
+    ScopedClock clock(1700000000);
+    ASSERT_TRUE(folder_->refreshFolderAttributes());
+  }
+  EXPECT_EQ(stamp("_MODIFIEDDATE"), (Rows{{"0", "1700000000"}}));
 }
 
 TEST_F(StampTest, RefreshOfAMissingFolderIsNotAccessible) {
@@ -502,12 +532,12 @@ TEST_F(StampTest, AFailedRefreshWriteRollsBackEverything) {
 TEST_F(StampTest, AFailedRefreshUpdateRollsBack) {
   qztest::execute(db_,
                   "INSERT INTO v_attr (fname, attr, seq, v0) VALUES "
-                  "(NULL, '_CREATIONDATE', 0, '1000');"
+                  "(NULL, '_CREATIONDATE', 0, '0');"
                   "CREATE TRIGGER refuse BEFORE UPDATE ON v_attr "
                   "BEGIN SELECT RAISE(ABORT, 'no update'); END;");
   EXPECT_FALSE(folder_->refreshFolderAttributes());
   EXPECT_EQ(folder_->getErrorMessage().toStdString(), "no update");
-  EXPECT_EQ(stamp("_CREATIONDATE"), (Rows{{"0", "1000"}}));
+  EXPECT_EQ(stamp("_CREATIONDATE"), (Rows{{"0", "0"}}));
   EXPECT_TRUE(stamp("_MODIFIEDDATE").empty());
 }
 

@@ -267,9 +267,10 @@ TEST(ObjectCreateFromFile, APluginThatCannotSaveFailsTheCreation) {
   EXPECT_EQ(folder->getErrorMessage().toStdString(), "Plugin failed to save file");
   EXPECT_TRUE(log.contains("Plugin failed to save file", 5)) << log.dump();
   EXPECT_EQ(qztest::readFile(dir.join("sales.tmeta")), content);
+  EXPECT_TRUE(attrRows(dir.join(".v_fmd"), "sales.tmeta").empty());
 }
 
-TEST(ObjectCreateFromFile, ADisplayNameInUseFailsAfterTheCreatorStamp) {
+TEST(ObjectCreateFromFile, ADisplayNameInUseFailsAndLeavesNoRows) {
   TempDir dir;
   qztest::writeFile(dir.join("one.txt"), "1");
   qztest::writeFile(dir.join("two.txt"), "2");
@@ -279,10 +280,34 @@ TEST(ObjectCreateFromFile, ADisplayNameInUseFailsAfterTheCreatorStamp) {
   ASSERT_NE(first, nullptr) << folder->getErrorMessage().asCstr();
   EXPECT_EQ(folder->createObjectFromFile(S("two.txt"), S("Figures")), nullptr);
   EXPECT_EQ(folder->getErrorMessage().toStdString(), "An object with that name already exists");
-  // The creator stamp had been committed on its own; the name row was not
-  // written.
+  // The creator and modifying-user stamps committed before the naming was
+  // refused are taken back: nothing stands for an object that was not made.
   const std::string db = dir.join(".v_fmd");
-  EXPECT_EQ(qztest::rowsWhere(attrRows(db, "two.txt"), 0, "_CREATOR").size(), 1u);
+  EXPECT_TRUE(attrRows(db, "two.txt").empty());
+  EXPECT_TRUE(nameRows(db, "two.txt").empty());
+  EXPECT_EQ(attrRows(db, "one.txt").size(), 2u);
+}
+
+TEST(ObjectCreateFromFile, RowsAFileNameHadBeforeAFailedCreationArePutBack) {
+  TempDir dir;
+  qztest::writeFile(dir.join("one.txt"), "1");
+  qztest::writeFile(dir.join("two.txt"), "2");
+  ScopedVault vault(dir.path());
+  auto folder = makeFolder(vault.get(), dir.path());
+  auto first = own(folder->createObjectFromFile(S("one.txt"), S("Figures")));
+  ASSERT_NE(first, nullptr) << folder->getErrorMessage().asCstr();
+  const std::string db = dir.join(".v_fmd");
+  // Rows left behind by an earlier file of the same name.
+  qztest::execute(db,
+                  "INSERT INTO v_attr (fname, attr, seq, v0, v3) VALUES "
+                  "('two.txt', '_MODIFIEDUSER', 0, 'earlier', 'x'), ('two.txt', 'Owner', 1, 'team', NULL)");
+  const std::string everyColumn =
+      "SELECT attr, seq, typeof(seq), v0, v1, v2, v3, v4, v5, v6, v7, v8, v9 FROM v_attr "
+      "WHERE fname = 'two.txt' ORDER BY attr, seq";
+  const Rows rowsBefore = qztest::query(db, everyColumn);
+  ASSERT_EQ(rowsBefore.size(), 2u);
+  EXPECT_EQ(folder->createObjectFromFile(S("two.txt"), S("Figures")), nullptr);
+  EXPECT_EQ(qztest::query(db, everyColumn), rowsBefore);
   EXPECT_TRUE(nameRows(db, "two.txt").empty());
 }
 

@@ -1,5 +1,8 @@
 #include "cli.h"
 
+#include <filesystem>
+#include <system_error>
+
 namespace qzvtool {
 namespace {
 
@@ -10,6 +13,19 @@ std::string checkSetting(const std::string& setting) {
     return "'" + setting + "' is not KEY=VALUE";
   }
   return std::string();
+}
+
+// --plugins DIR[:DIR...]: each directory named must exist.
+std::string checkPluginDirectories(const std::string& value) {
+  std::size_t start = 0;
+  for (;;) {
+    const std::size_t colon = value.find(':', start);
+    const std::string part = value.substr(start, colon == std::string::npos ? std::string::npos : colon - start);
+    std::error_code error;
+    if (!part.empty() && !std::filesystem::is_directory(part, error)) return part + " is not a directory";
+    if (colon == std::string::npos) return std::string();
+    start = colon + 1;
+  }
 }
 
 }  // namespace
@@ -32,14 +48,20 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   app.set_help_all_flag("--help-all", "Print the help of every command");
 
   GlobalOptions& global = context.global;
+  app.add_option("-C", global.directories,
+                 "Run as if started in DIR (repeatable; each is taken from the one before)")
+      ->type_name("DIR")
+      ->allow_extra_args(false);
   app.add_option("--vault", global.vault,
-                 "The vault's root directory (default: the current directory)")
+                 "The vault's root directory (default: $QZVAULT_DIR, else the vault the current "
+                 "directory lies in)")
       ->type_name("DIR");
   app.add_option("--plugins", global.plugins,
-                 "Load metadata plug-ins from DIR (default: the configuration key "
-                 "BASE/PLUGIN_PATH, else the installed plug-in directory)")
-      ->type_name("DIR")
-      ->check(CLI::ExistingDirectory);
+                 "Load metadata plug-ins from these directories, separated by \":\" and read in "
+                 "order (default: the configuration key BASE/PLUGIN_PATH, else the installed "
+                 "plug-in directory)")
+      ->type_name("DIRS")
+      ->check(checkPluginDirectories);
   app.add_option("--log-level", global.logLevel,
                  "Print the library's log events of level N (1 trace .. 6 fatal) and above "
                  "on stderr")
@@ -60,6 +82,7 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   addLineageCommands(app, context);
   addDemoCommand(app, context);
   addCheckCommand(app, context);
+  addConfigCommand(app, context);
   addLocksCommands(app, context);
 }
 

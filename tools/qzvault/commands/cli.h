@@ -34,6 +34,7 @@ void addImpactCommands(CLI::App& app, ToolContext& context);      // analyze ...
 void addLineageCommands(CLI::App& app, ToolContext& context);     // lineage, graph
 void addDemoCommand(CLI::App& app, ToolContext& context);         // demo
 void addCheckCommand(CLI::App& app, ToolContext& context);        // check
+void addConfigCommand(CLI::App& app, ToolContext& context);       // config
 void addLocksCommands(CLI::App& app, ToolContext& context);       // locks
 
 // Adds the --json flag to a command that prints data.

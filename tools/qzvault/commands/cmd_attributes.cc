@@ -114,6 +114,17 @@ Held<QzvAttribute> openAttribute(VaultSession& session, const VaultPath& path,
   return attribute;
 }
 
+// Attributes whose names begin with "_" (the creator, the modifying user,
+// the dates, the lock owner, the vault's UUID) are kept by the library
+// itself; the tool does not write them.
+void checkNotReserved(const std::string& command, const std::string& name) {
+  if (!name.empty() && name[0] == '_') {
+    failUsage("attr " + command + ": " + name +
+              " belongs to the library (attribute names beginning with \"_\" are kept by the "
+              "vault itself)");
+  }
+}
+
 void checkPosition(const AttrOptions& options) {
   if (options.rowGiven() && options.row < 0) {
     failUsage("--row " + std::to_string(options.row) + " is negative (rows are numbered from 0)");
@@ -124,7 +135,7 @@ void checkPosition(const AttrOptions& options) {
 }
 
 void runList(const GlobalOptions& global, const AttrOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvItemList> list;
   if (path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder) {
@@ -142,7 +153,7 @@ void runList(const GlobalOptions& global, const AttrOptions& options) {
 
 void runGet(const GlobalOptions& global, const AttrOptions& options) {
   checkPosition(options);
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvAttribute> attribute = openAttribute(session, path, options.name);
   const int rows = attribute->numRows();
@@ -178,8 +189,9 @@ VaultPath attributeFolder(VaultSession& session, const VaultPath& path) {
 }
 
 void runSet(const GlobalOptions& global, const AttrOptions& options) {
+  checkNotReserved("set", options.name);
   checkPosition(options);
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   // The attribute is read, changed and written back whole: another writer
   // in between would lose its rows, so the folder stays locked throughout.
@@ -192,7 +204,8 @@ void runSet(const GlobalOptions& global, const AttrOptions& options) {
 }
 
 void runClear(const GlobalOptions& global, const AttrOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  checkNotReserved("clear", options.name);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   const auto locks = session.lockFolders({attributeFolder(session, path)});
   Held<QzvAttribute> attribute = openAttribute(session, path, options.name);

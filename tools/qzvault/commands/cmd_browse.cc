@@ -29,7 +29,7 @@ struct TreeOptions {
 std::string typeShown(const std::string& type) { return type.empty() ? "-" : type; }
 
 void runLs(const GlobalOptions& global, const LsOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvFolder> folder = session.openFolder(path);
   if (!options.filter.empty()) folder->setCurrentFilter(QzbString(options.filter.c_str()));
@@ -70,7 +70,7 @@ void runLs(const GlobalOptions& global, const LsOptions& options) {
 }
 
 void runTree(const GlobalOptions& global, const TreeOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   if (options.json) {
     printJson(folderTreeJson(session, path));
@@ -86,7 +86,7 @@ void addBrowseCommands(CLI::App& app, ToolContext& context) {
   CLI::App* lsCommand = app.add_subcommand(
       "ls", "List a folder: its sub-folders, then its objects (type, display name, file "
             "name, read-only flag), then its links");
-  lsCommand->add_option("path", ls->path, "The folder (default: the vault's root)")
+  lsCommand->add_option("path", ls->path, "The folder (default: the current folder, or the vault's root from outside it)")
       ->type_name("PATH");
   CLI::Option* filter = lsCommand->add_option(
       "--filter", ls->filter, "List only objects with these extensions (\"csv;job.def\")")
@@ -103,7 +103,7 @@ void addBrowseCommands(CLI::App& app, ToolContext& context) {
   auto tree = std::make_shared<TreeOptions>();
   CLI::App* treeCommand =
       app.add_subcommand("tree", "Show the folders and objects below a folder, by file name");
-  treeCommand->add_option("path", tree->path, "The folder (default: the vault's root)")
+  treeCommand->add_option("path", tree->path, "The folder (default: the current folder, or the vault's root from outside it)")
       ->type_name("PATH");
   addJsonFlag(treeCommand, &tree->json);
   treeCommand->callback([&context, tree] {

@@ -19,6 +19,7 @@
 #include "session.h"
 #include "tool_error.h"
 #include "tree_report.h"
+#include "vault_location.h"
 #include "vault_uuid.h"
 
 namespace fs = std::filesystem;
@@ -125,18 +126,20 @@ void runDemo(const GlobalOptions& global, const std::string& target) {
   std::error_code error;
   const std::string directory = fs::absolute(target, error).lexically_normal().string();
   checkTarget(directory);
+  checkNotInsideAnotherVault(directory);
   fs::create_directories(directory, error);
   if (error) fail("cannot create " + directory + ": " + error.message());
 
   // The samples' macros get values for this run; --set still wins.
   GlobalOptions options = global;
   options.settings.insert(options.settings.begin(), std::begin(kDemoSettings), std::end(kDemoSettings));
-  VaultSession session(options, directory, VaultSession::Mode::kAnyDirectory);
+  VaultSession session(options, directory);
 
   const std::string uuid = newVaultUuid();
   if (!session.vault()->resetUUID(QzbString(uuid.c_str()))) {
     failWith(session.vault()->getErrorMessage(), "cannot store the vault's UUID");
   }
+  writeVaultMarker(session.root());
   for (std::size_t i = 0; i < demoSampleCount(); ++i) addSample(session, demoSamples()[i]);
 
   std::cout << "Made a sample vault in " << session.root() << " (UUID " << uuid << ")\n"

@@ -33,8 +33,9 @@ Held<QzvImpactAnalysis> openAnalysis(VaultSession& session) {
 }
 
 void runAnalyze(const GlobalOptions& global, const AnalyzeOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
-  // Without a path the whole vault is analysed, folder by folder.
+  VaultSession session(global);
+  // Without a path the current folder and everything below it is analysed
+  // (the whole vault at its root), folder by folder.
   const VaultPath path = session.resolve(options.path);
   const bool recursive = options.recursive || options.path.empty();
   const std::vector<ObjectEntry> objects = collectObjects(session, path, recursive);
@@ -67,7 +68,7 @@ void runAnalyze(const GlobalOptions& global, const AnalyzeOptions& options) {
 // getUsedByResources what uses it. The first also resolves configuration
 // macros and records a table's database, as the store does for every caller.
 void runNeighbours(const GlobalOptions& global, const ResourceOptions& options, bool users) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   Held<QzResource> resource = findResource(session, analysis.get(), options.resource);
   const std::vector<ResourceRow> rows = users ? resourcesUsing(analysis.get(), resource.get())
@@ -76,7 +77,7 @@ void runNeighbours(const GlobalOptions& global, const ResourceOptions& options, 
 }
 
 void runResources(const GlobalOptions& global, const ResourceOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   if (options.type.empty()) {
     printResources(session, allResources(analysis.get()), options.json);
@@ -93,7 +94,7 @@ void runResources(const GlobalOptions& global, const ResourceOptions& options) {
 }
 
 void runTypes(const GlobalOptions& global, bool json) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   // The store's own list of types tells how many there are but not their
   // names, so they are counted from the resources.
@@ -111,7 +112,7 @@ void runTypes(const GlobalOptions& global, bool json) {
 }
 
 void runClean(const GlobalOptions& global, bool json) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   const std::size_t before = allResources(analysis.get()).size();
   if (!analysis->removeUnusedResources()) {
@@ -142,8 +143,10 @@ void addImpactCommands(CLI::App& app, ToolContext& context) {
   auto analyze = std::make_shared<AnalyzeOptions>();
   CLI::App* analyzeCommand = app.add_subcommand(
       "analyze", "Record what objects use in the impact-analysis store: one object, the objects "
-                 "of a folder (--recursive: and below), or the whole vault");
-  analyzeCommand->add_option("path", analyze->path, "The object or folder (default: the whole vault)")
+                 "of a folder (--recursive: and below), or without PATH everything below the "
+                 "current folder (the whole vault at its root)");
+  analyzeCommand->add_option("path", analyze->path,
+                             "The object or folder (default: the current folder and below)")
       ->type_name("PATH");
   analyzeCommand->add_flag("--recursive,-r", analyze->recursive, "Include the folders below");
   addJsonFlag(analyzeCommand, &analyze->json);

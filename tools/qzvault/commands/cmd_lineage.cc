@@ -67,7 +67,7 @@ void runLineage(const GlobalOptions& global, const LineageOptions& options) {
     checkDepth(options.depthGiven, options.depth, options.resource);
   }
 
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   if (options.resource.empty()) {
     printLineage(session, analysis.get(), options.json);
@@ -132,7 +132,7 @@ void runGraph(const GlobalOptions& global, const GraphOptions& options) {
     failUsage("--output and --svg name the same file " + options.output);
   }
 
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   if (!options.output.empty()) checkOutputFile(session, "--output", options.output, options.force);
   if (!options.svg.empty()) checkOutputFile(session, "--svg", options.svg, options.force);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);

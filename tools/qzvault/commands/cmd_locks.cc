@@ -58,7 +58,7 @@ void collectLocks(VaultSession& session, QzvFolder* folder, const VaultPath& pat
 }
 
 void runList(const GlobalOptions& global, const LocksOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvFolder> folder = session.openFolder(path);
   std::vector<LockRow> rows;
@@ -85,7 +85,7 @@ void runList(const GlobalOptions& global, const LocksOptions& options) {
 }
 
 void runClear(const GlobalOptions& global, const LocksOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvFolder> folder = session.openFolder(path);
   QzbString holder;

@@ -41,7 +41,7 @@ void runVersionCreate(const GlobalOptions& global, const VersionOptions& options
   if (!options.from.empty() && !fs::is_regular_file(options.from, error)) {
     failUsage("version create: --from " + options.from + " is not a file");
   }
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   const auto locks = session.lockFolders({path.parent()});
   Held<QzvObject> object = session.openObject(path);
@@ -68,7 +68,7 @@ void runVersionCreate(const GlobalOptions& global, const VersionOptions& options
 }
 
 void runVersionList(const GlobalOptions& global, const VersionOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
   const int highest = highestVersion(object.get(), path);
@@ -89,7 +89,7 @@ void runVersionList(const GlobalOptions& global, const VersionOptions& options) 
 }
 
 void runVersionRollback(const GlobalOptions& global, const VersionOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   const auto locks = session.lockFolders({path.parent()});
   Held<QzvObject> object = session.openObject(path);
@@ -105,7 +105,7 @@ std::string lockOwner(QzvObject* object) {
 }
 
 void runLock(const GlobalOptions& global, const std::string& argument, bool lock) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(argument);
   // The lock row is tested and then written: the folder stays locked in
   // between, so that of several users locking at once exactly one succeeds.
@@ -126,7 +126,7 @@ void runLock(const GlobalOptions& global, const std::string& argument, bool lock
 }
 
 void runStatus(const GlobalOptions& global, const PathOptions& options) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   Held<QzvObject> object = session.openObject(path);
 

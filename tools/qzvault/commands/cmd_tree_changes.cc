@@ -46,7 +46,7 @@ void runMkdir(const GlobalOptions& global, const MkdirOptions& options) {
     failUsage("mkdir: '" + displayName + "' is not a display name");
   }
 
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath parentPath = session.resolve(parentArgument.empty() ? "/" : parentArgument);
   const auto locks = session.lockFolders({parentPath});
   Held<QzvFolder> parent = session.openFolder(parentPath);
@@ -64,7 +64,7 @@ void runMkdir(const GlobalOptions& global, const MkdirOptions& options) {
 }
 
 void runRmdir(const GlobalOptions& global, const std::string& argument) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(argument);
   if (path.isRoot()) failUsage("rmdir: the vault's root cannot be removed");
   const auto locks = session.lockFolders({path.parent(), path});
@@ -74,7 +74,7 @@ void runRmdir(const GlobalOptions& global, const std::string& argument) {
 
 void runRename(const GlobalOptions& global, const TwoArguments& arguments) {
   if (arguments.second.empty()) failUsage("rename: the new display name is empty");
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(arguments.first);
   const QzbString newName(arguments.second.c_str());
   if (path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder) {
@@ -91,7 +91,7 @@ void runRename(const GlobalOptions& global, const TwoArguments& arguments) {
 
 void runFsRename(const GlobalOptions& global, const TwoArguments& arguments) {
   checkComponentName(arguments.second, "fsrename: the new name");
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(arguments.first);
   const QzbString newName(arguments.second.c_str());
   if (path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder) {
@@ -106,7 +106,7 @@ void runFsRename(const GlobalOptions& global, const TwoArguments& arguments) {
 }
 
 void runMv(const GlobalOptions& global, const TwoArguments& arguments) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath source = session.resolve(arguments.first);
   const VaultPath destination = session.resolve(arguments.second);
   if (source.isRoot()) failUsage("mv: the vault's root cannot be moved");
@@ -135,7 +135,7 @@ void runAdd(const GlobalOptions& global, const AddOptions& options) {
   const std::string& base = parts.base;
   const std::string& extension = parts.extension;
 
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath folderPath = session.resolve(options.folder);
   const auto locks = session.lockFolders({folderPath});
   Held<QzvFolder> folder = session.openFolder(folderPath);
@@ -153,7 +153,8 @@ void runAdd(const GlobalOptions& global, const AddOptions& options) {
   // Whole or not at all, and never over a file that appeared meanwhile.
   copyIntoPlace(options.file, text(fullPath));
 
-  // From here on a failure takes the copy away again, so that nothing is left.
+  // From here on a failure takes the copy away again, so that nothing is left:
+  // neither the file nor the rows that listing the folder cached for it.
   try {
     // The folder's listing tells whether a plug-in read the file, and the
     // display name it found in it.
@@ -177,13 +178,16 @@ void runAdd(const GlobalOptions& global, const AddOptions& options) {
                 << "\")\n";
     }
   } catch (...) {
+    Held<QzvObject> copy = hold(folder->getChildObject(fullPath));
     fs::remove(text(fullPath), error);
+    // Refreshing the object whose file is gone removes its cached rows.
+    if (copy) copy->refreshMetadata();
     throw;
   }
 }
 
 void runRm(const GlobalOptions& global, const std::string& argument) {
-  VaultSession session(global, vaultDirectoryOption(global), VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   const VaultPath path = session.resolve(argument);
   if (path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder) {
     failUsage("rm: " + path.shown() + " is a folder (use rmdir)");

@@ -8,6 +8,7 @@
 #include "output.h"
 #include "session.h"
 #include "tool_error.h"
+#include "vault_location.h"
 #include "vault_uuid.h"
 
 namespace fs = std::filesystem;
@@ -43,13 +44,16 @@ void runInit(const GlobalOptions& global, const InitOptions& options) {
   if (!options.uuid.empty()) {
     if (!isUuid(options.uuid)) failUsage("--uuid: '" + options.uuid + "' is not a UUID");
   }
-  const std::string directory = vaultDirectoryOption(global);
+  std::string how;
+  const std::string directory = directoryToMake(global, &how);
+  // A folder of a vault made a vault would get a lineage store of its own.
+  checkNotInsideAnotherVault(directory);
   std::error_code error;
   if (!fs::exists(directory, error)) {
     fs::create_directories(directory, error);
     if (error) fail("cannot create " + directory + ": " + error.message());
   }
-  VaultSession session(global, directory, VaultSession::Mode::kAnyDirectory);
+  VaultSession session(global, directory);
   const auto locks = session.lockFolders({session.resolve(".")});
 
   const std::string existing = storedUuid(session.vault());
@@ -62,6 +66,8 @@ void runInit(const GlobalOptions& global, const InitOptions& options) {
     }
     stored = true;
   }
+  // The marker is what the tool finds the root by from any folder below it.
+  writeVaultMarker(session.root());
 
   if (options.json) {
     printJson(Json{{"root", session.root()}, {"uuid", uuid}, {"changed", stored}});
@@ -74,8 +80,7 @@ void runInit(const GlobalOptions& global, const InitOptions& options) {
 }
 
 void runInfo(const GlobalOptions& global, bool json) {
-  VaultSession session(global, vaultDirectoryOption(global),
-                       VaultSession::Mode::kRequireVault);
+  VaultSession session(global);
   std::string uuid;
   std::string problem;
   const bool readable = readUuid(session.vault(), &uuid, &problem);

@@ -1,5 +1,9 @@
 #include "run.h"
 
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -9,6 +13,7 @@
 #include "cli.h"
 #include "output.h"
 #include "tool_error.h"
+#include "warnings.h"
 
 namespace qzvtool {
 namespace {
@@ -25,6 +30,9 @@ std::string usageMessage(const CLI::App& app, const CLI::ParseError& error) {
 }  // namespace
 
 int runCommandLine(int argc, char** argv) {
+  // The configuration file is read when the configuration is first asked
+  // for; what goes wrong with it is shown, whichever command asks.
+  WarningPrinter configurationWarnings(kBaseLogger);
   ToolContext context;
   CLI::App app("qzvault", "qzvault");
   setUpCommandLine(app, context);
@@ -41,6 +49,13 @@ int runCommandLine(int argc, char** argv) {
   if (!context.action) {
     printError("no command given (see qzvault --help)");
     return kExitUsage;
+  }
+  // -C: the command runs as if started there, like git's.
+  for (const std::string& directory : context.global.directories) {
+    if (chdir(directory.c_str()) != 0) {
+      printError("-C " + directory + ": " + std::strerror(errno));
+      return kExitUsage;
+    }
   }
   try {
     context.action();

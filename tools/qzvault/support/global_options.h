@@ -8,7 +8,9 @@
 namespace qzvtool {
 
 struct GlobalOptions {
-  std::string vault;                  // --vault; empty: the current directory
+  std::vector<std::string> directories;  // -C DIR, in order: where the command runs
+  std::string vault;                  // --vault; empty: QZVAULT_DIR, else found from
+                                      // the current directory (vault_location.h)
   std::string plugins;                // --plugins; empty: see plugin_dir.h
   int logLevel = 0;                   // --log-level; 0: no log output
   std::vector<std::string> settings;  // --set KEY=VALUE, in order

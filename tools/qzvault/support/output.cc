@@ -65,6 +65,8 @@ void printError(const std::string& message) {
   std::cerr << "qzvault: " << oneLine(message) << std::endl;
 }
 
+void printWarning(const std::string& message) { printError("warning: " + message); }
+
 ProgressBar::ProgressBar(const std::string& label, std::size_t total)
     : label_(label), total_(total), visible_(total >= kProgressThreshold && isatty(STDERR_FILENO) == 1) {
   if (visible_) draw();

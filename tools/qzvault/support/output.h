@@ -39,6 +39,8 @@ class TextTable {
 
 // Prints "qzvault: <message>" on stderr, on one line.
 void printError(const std::string& message);
+// Prints "qzvault: warning: <message>" on stderr, on one line.
+void printWarning(const std::string& message);
 
 // A progress bar on stderr, drawn only when stderr is a terminal and there is
 // enough work to watch; otherwise it prints nothing.

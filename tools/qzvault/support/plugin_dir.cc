@@ -28,7 +28,8 @@ PluginDirectory applyPluginDirectory(const std::string& option) {
   if (!option.empty()) {
     // The library prefers the configuration key to setVaultPluginPath, so the
     // option goes into the key, replacing what an operator's file said.
-    config->setOption(QzbString(kPluginPathKey, true), QzbString(option.c_str()));
+    config->setOptionFrom(QzbString(kPluginPathKey, true), QzbString(option.c_str()),
+                          QzbString("--plugins", true));
     return PluginDirectory{option, "--plugins"};
   }
   QzbString configured;

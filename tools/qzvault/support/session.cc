@@ -10,15 +10,13 @@
 #include "output.h"
 #include "qzbase/file_types.h"
 #include "tool_error.h"
+#include "vault_location.h"
+#include "warnings.h"
 
 namespace fs = std::filesystem;
 
 namespace qzvtool {
 namespace {
-
-// The vault's own metadata files at its root; a directory with none of them
-// has never been used as a vault.
-const char* const kVaultFiles[] = {".v_fmd", ".v_cmd", ".v_imd"};
 
 // How long a command waits for a folder lock that another process holds,
 // unless the configuration says otherwise: the library's own default (three
@@ -28,14 +26,14 @@ const char kLockWaitKey[] = "QZVLT/LOCK_WAIT_MS";
 const char kDefaultLockWaitMs[] = "30000";
 const char kBypassKey[] = "QZVLT/BYPASS";
 
-// Applies the --set options to the process configuration, where the library
-// reads its keys and the values of impact-analysis macros.
+}  // namespace
+
 void applySettings(const std::vector<std::string>& settings) {
   QzbConfigOptions* config = qzbGetConfigOptions(nullptr);
   for (const std::string& setting : settings) {
     const std::size_t equals = setting.find('=');
-    config->setOption(QzbString(setting.substr(0, equals).c_str()),
-                      QzbString(setting.substr(equals + 1).c_str()));
+    config->setOptionFrom(QzbString(setting.substr(0, equals).c_str()),
+                          QzbString(setting.substr(equals + 1).c_str()), QzbString("--set", true));
   }
   QzbString wait;
   if (!config->getOption(QzbString(kLockWaitKey, true), &wait, 0)) {
@@ -43,30 +41,26 @@ void applySettings(const std::vector<std::string>& settings) {
   }
 }
 
-}  // namespace
-
-std::string vaultDirectoryOption(const GlobalOptions& options) {
-  std::error_code error;
-  const fs::path given = options.vault.empty() ? fs::current_path(error) : fs::path(options.vault);
-  if (error) fail("cannot read the current directory: " + error.message());
-  return fs::absolute(given, error).lexically_normal().string();
+VaultSession::VaultSession(const GlobalOptions& options) {
+  const VaultLocation location = locateVault(options);
+  root_ = location.root;
+  base_ = location.base;
+  foundBy_ = location.how;
+  open(options);
 }
 
-VaultSession::VaultSession(const GlobalOptions& options, const std::string& directory, Mode mode) {
+VaultSession::VaultSession(const GlobalOptions& options, const std::string& directory) {
   std::error_code error;
   const fs::file_status status = fs::status(directory, error);
   if (!fs::exists(status)) failUsage("no such directory: " + directory);
   if (!fs::is_directory(status)) failUsage("not a directory: " + directory);
   root_ = fs::canonical(directory, error).string();
   if (error) fail("cannot resolve " + directory + ": " + error.message());
-  if (mode == Mode::kRequireVault) {
-    bool found = false;
-    for (const char* name : kVaultFiles) found = found || fs::exists(fs::path(root_) / name, error);
-    if (!found) {
-      failUsage(directory + " is not a vault (run 'qzvault init' there to make it one)");
-    }
-  }
+  foundBy_ = "made here";
+  open(options);
+}
 
+void VaultSession::open(const GlobalOptions& options) {
   applySettings(options.settings);
   if (options.logLevel > 0) {
     sink_.reset(new QzLogStreamSink(stderr));
@@ -75,6 +69,9 @@ VaultSession::VaultSession(const GlobalOptions& options, const std::string& dire
   qzVaultStartup();
   started_ = true;
   try {
+    // What the library warns about while it loads the plug-ins reaches the
+    // operator; later warnings belong to the command's own failures.
+    WarningPrinter warnings(kVaultLogger);
     pluginDirectory_ = applyPluginDirectory(options.plugins);
     vault_ = createVaultInstance(root_.c_str());
     if (vault_ == nullptr) {

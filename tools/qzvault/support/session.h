@@ -20,9 +20,10 @@
 
 namespace qzvtool {
 
-// The directory --vault names (or the current directory), as given: absolute,
-// not checked.
-std::string vaultDirectoryOption(const GlobalOptions& options);
+// Applies the --set options (KEY=VALUE, checked by the parser) to the process
+// configuration, where the library reads its keys and the values of
+// impact-analysis macros; each remembers "--set" as its origin.
+void applySettings(const std::vector<std::string>& settings);
 
 // One loaded plug-in, as the vault describes it.
 struct PluginInfo {
@@ -32,13 +33,13 @@ struct PluginInfo {
 
 class VaultSession {
  public:
-  // kRequireVault refuses (usage error) a directory that holds none of the
-  // vault's metadata files; init and demo make vaults and pass kAnyDirectory.
-  enum class Mode { kRequireVault, kAnyDirectory };
-
-  // Throws ToolError: a usage error when `directory` is missing or not a
-  // directory (or not a vault), a failure when the library cannot open it.
-  VaultSession(const GlobalOptions& options, const std::string& directory, Mode mode);
+  // The vault that --vault or QZVAULT_DIR names, or that the current directory
+  // lies in (vault_location.h). Throws ToolError: a usage error when there is
+  // none, a failure when the library cannot open it.
+  explicit VaultSession(const GlobalOptions& options);
+  // A vault being made in `directory` (init, demo). Throws a usage error when
+  // it is missing or not a directory.
+  VaultSession(const GlobalOptions& options, const std::string& directory);
   ~VaultSession();
   VaultSession(const VaultSession&) = delete;
   VaultSession& operator=(const VaultSession&) = delete;
@@ -46,10 +47,16 @@ class VaultSession {
   QzvVault* vault() const { return vault_; }
   // The vault's root: absolute, symbolic links resolved.
   const std::string& root() const { return root_; }
+  // How the root was found: "--vault", "QZVAULT_DIR", "current directory".
+  const std::string& foundBy() const { return foundBy_; }
   const PluginDirectory& pluginDirectory() const { return pluginDirectory_; }
   const std::vector<PluginInfo>& plugins() const { return plugins_; }
 
-  VaultPath resolve(const std::string& argument) const { return resolveVaultPath(root_, argument); }
+  // A vault path given on the command line: relative to the current
+  // directory when that lies inside the vault, else to the root.
+  VaultPath resolve(const std::string& argument) const {
+    return resolveVaultPath(root_, argument, base_);
+  }
   // How a path the library reported is shown: the vault path when it lies
   // inside the vault, else as it is.
   std::string shown(const QzbString& fullPath) const;
@@ -91,10 +98,13 @@ class VaultSession {
   void requireReadable(const VaultPath& object);
 
  private:
+  void open(const GlobalOptions& options);
   void end();
 
   std::unique_ptr<QzLogStreamSink> sink_;
   std::string root_;
+  std::string base_;
+  std::string foundBy_;
   PluginDirectory pluginDirectory_;
   std::vector<PluginInfo> plugins_;
   QzvVault* vault_ = nullptr;

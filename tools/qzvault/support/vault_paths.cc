@@ -53,10 +53,11 @@ VaultPath VaultPath::parent() const {
   return makePath(root, slash == std::string::npos ? std::string() : relative.substr(0, slash));
 }
 
-VaultPath resolveVaultPath(const std::string& root, const std::string& argument) {
+VaultPath resolveVaultPath(const std::string& root, const std::string& argument,
+                           const std::string& base) {
   const fs::path rootPath(root);
   const fs::path given(argument);
-  const fs::path full = (given.is_absolute() ? given : rootPath / given).lexically_normal();
+  const fs::path full = (given.is_absolute() ? given : rootPath / base / given).lexically_normal();
 
   fs::path relative;
   bool inside = insideRoot(rootPath, full, &relative);

@@ -1,8 +1,10 @@
 // Vault paths: how the tool reads a path given on the command line.
 //
 // A vault path names a folder or an object by its file-system names,
-// relative to the vault's root ("Jobs/Definitions/load.job.def"; "." or an
-// empty text is the root) or absolute inside it. The tool refuses, as usage
+// relative to the vault's root ("Jobs/Definitions/load.job.def"; "" is the
+// root) or absolute inside it. On the command line a relative path is read
+// from the current directory when that lies inside the vault ("." is then the
+// current folder), else from the root. The tool refuses, as usage
 // errors, every path that leaves the vault ("..", an absolute path elsewhere,
 // a symbolic link that points outside) and every path through the vault's
 // own files (names beginning with ".").
@@ -27,10 +29,12 @@ struct VaultPath {
 };
 
 // Resolves `argument` against `root` (an absolute path without symbolic links
-// or a trailing separator). Throws a usage error (ToolError, exit status 2)
-// naming the argument when the path leaves the vault or passes through one of
-// the vault's own files. The path need not exist.
-VaultPath resolveVaultPath(const std::string& root, const std::string& argument);
+// or a trailing separator): an absolute path as it is, a relative one below
+// `base` (a vault path, "" for the root). Throws a usage error (ToolError,
+// exit status 2) naming the argument when the path leaves the vault or passes
+// through one of the vault's own files. The path need not exist.
+VaultPath resolveVaultPath(const std::string& root, const std::string& argument,
+                           const std::string& base = std::string());
 
 // The vault path of `absolute`, a path that the library reported (which lies
 // inside `root`); false when it does not lie inside.
