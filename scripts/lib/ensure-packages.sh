@@ -13,7 +13,7 @@ QZ_REQUIRED_PACKAGES=(
   libsqlite3-dev sqlite3
   libgtest-dev libgmock-dev googletest
   libcli11-dev nlohmann-json3-dev uuid-dev
-  graphviz binutils
+  graphviz binutils help2man
 )
 
 # Prints the packages of QZ_REQUIRED_PACKAGES that are not installed.

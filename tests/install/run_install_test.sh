@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs a built tree into a fresh temporary prefix, then builds and runs a
 # small host against that prefix twice: once through the CMake package
-# (find_package(QzVault)) and once with the compiler and pkg-config alone.
+# (find_package(QzVault)) and once with the compiler and pkg-config alone
+# (with the rpath the README gives), each from a copy of the host's source.
 # Each run must print the expected version text. The prefix and every build
 # made here are removed on exit, whatever the outcome.
 #
@@ -90,6 +91,10 @@ check_host_output() {
   grep -qF -- "$expect" <<<"$output" || fail "$what: output lacks \"$expect\""
 }
 
+# The recipes are built from a copy outside the source tree, as a user would.
+cp -R "$host_source" "$work/host-source"
+host_source=$work/host-source
+
 step "build a host with find_package(QzVault)"
 generator_args=()
 [[ -n "$generator" ]] && generator_args=(-G "$generator")
@@ -123,12 +128,15 @@ echo "pkg-config --cflags --libs qzvault: $pc_flags"
 pc_libdir=$(pkg-config --variable=libdir qzvault)
 [[ "$(readlink -f "$pc_libdir")" == "$(readlink -f "$libdir")" ]] ||
   fail "qzvault.pc names libdir '$pc_libdir', not the fresh prefix"
+# The documented recipe: pkg-config's flags and an rpath to its libdir, so
+# that the host starts without LD_LIBRARY_PATH.
 # Word splitting of the flag lists is intended.
 # shellcheck disable=SC2086
-"$cxx" -std=c++17 $cxx_flags "$host_source/main.cc" -o "$work/pc-host" $pc_flags $link_flags ||
+"$cxx" -std=c++17 $cxx_flags "$host_source/main.cc" -o "$work/pc-host" $pc_flags \
+    -Wl,-rpath,"$pc_libdir" $link_flags ||
   fail "building the pkg-config host failed"
-step "run it"
-LD_LIBRARY_PATH="$pc_libdir${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" \
-  check_host_output "pkg-config host" "$work/pc-host"
+step "run it, with no LD_LIBRARY_PATH"
+unset LD_LIBRARY_PATH
+check_host_output "pkg-config host" "$work/pc-host"
 
 echo "install test passed"

@@ -1,4 +1,5 @@
 // version create|list|rollback, lock, unlock and status.
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <string>
@@ -125,6 +126,33 @@ TEST_F(ObjectsTest, LockStatusAndUnlock) {
   struct stat st;
   ASSERT_EQ(stat(object_.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0222, 0u);
+}
+
+// The lock row names another user, as when someone else locked the object.
+void handLockTo(const std::string& folder, const std::string& user) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open((folder + "/.v_fmd").c_str(), &db), SQLITE_OK);
+  const std::string sql = "UPDATE v_attr SET v0='" + user + "' WHERE attr='_LOCKEDUSER'";
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+  EXPECT_EQ(sqlite3_changes(db), 1);
+  sqlite3_close(db);
+}
+
+TEST_F(ObjectsTest, AnotherUsersLockIsRemovedOnlyWithForce) {
+  ASSERT_EQ(runOn(vault_, {"lock", "Data/plan.txt"}).status, 0);
+  handLockTo(vault_ + "/Data", "mallory");
+
+  const ToolResult refused = runOn(vault_, {"unlock", "Data/plan.txt"});
+  expectOneLineError(refused, 1,
+                     "Data/plan.txt is locked by mallory, not by you (run 'qzvault unlock --force "
+                     "Data/plan.txt' to remove the lock all the same)");
+  nlohmann::json status = runOn(vault_, {"status", "Data/plan.txt", "--json"}).json();
+  EXPECT_EQ(status["lockedBy"], "mallory");
+
+  const ToolResult forced = runOn(vault_, {"unlock", "--force", "Data/plan.txt"});
+  ASSERT_EQ(forced.status, 0) << forced.describe();
+  status = runOn(vault_, {"status", "Data/plan.txt", "--json"}).json();
+  EXPECT_FALSE(status["locked"].get<bool>());
 }
 
 TEST_F(ObjectsTest, StatusAsText) {

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "qzvault/entry.h"
 #include "support/temp_dir.h"
 #include "tool/tool_runner.h"
 
@@ -180,6 +181,79 @@ TEST_F(UsageTest, HelpOfEveryCommandSucceeds) {
     EXPECT_NE(result.out.find("Usage:"), std::string::npos) << result.out;
     EXPECT_TRUE(result.err.empty()) << result.err;
   }
+}
+
+}  // namespace
+
+namespace {
+
+// Every usage error says what to run to learn the right usage.
+TEST_F(UsageTest, EveryUsageErrorEndsInWhatToRun) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{"frobnicate"}, "(see qzvault --help)"},
+      {{"ls", "--colour"}, "(see qzvault help ls)"},
+      {{"rename", "Data"}, "(see qzvault help rename)"},
+      {{"attr", "set", "Data", "Owner", "x", "--col", "10"}, "(see qzvault help attr set)"},
+      {{"version", "rollback", "Data/notes.txt", "two"}, "(see qzvault help version rollback)"},
+      {{"ls", ".."}, "(see qzvault help ls)"},
+      {{"help", "frobnicate"}, "(see qzvault --help)"},
+  };
+  for (const auto& [args, ending] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(args));
+    const ToolResult result = runOn(vault_, args);
+    expectOneLineError(result, 2, ending);
+    const std::string line = result.errLines().empty() ? "" : result.errLines().front();
+    EXPECT_EQ(line.size() >= ending.size() ? line.substr(line.size() - ending.size()) : line, ending);
+  }
+}
+
+// The parser's own wording of a value it cannot convert is not shown.
+TEST_F(UsageTest, ValuesThatAreNotNumbersAreNamedPlainly) {
+  const ToolResult result = runOn(vault_, {"version", "rollback", "Data/notes.txt", "abc"});
+  expectOneLineError(result, 2, "version: 'abc' is not a valid value");
+  EXPECT_EQ(result.err.find("Could not convert"), std::string::npos) << result.err;
+}
+
+TEST_F(UsageTest, HelpCommandPrintsTheHelpOfACommand) {
+  for (const std::vector<std::string>& command :
+       std::vector<std::vector<std::string>>{{"ls"}, {"attr", "set"}, {"version", "rollback"}}) {
+    SCOPED_TRACE(::testing::PrintToString(command));
+    std::vector<std::string> viaHelp = {"help"};
+    viaHelp.insert(viaHelp.end(), command.begin(), command.end());
+    std::vector<std::string> viaFlag = command;
+    viaFlag.push_back("--help");
+    const ToolResult helped = runTool(viaHelp);
+    ASSERT_EQ(helped.status, 0) << helped.describe();
+    EXPECT_EQ(helped.out, runTool(viaFlag).out);
+    std::string usage = "Usage: qzvault";
+    for (const std::string& word : command) usage += " " + word;
+    EXPECT_NE(helped.out.find(usage + " "), std::string::npos) << helped.out;
+  }
+  const ToolResult all = runTool({"help"});
+  ASSERT_EQ(all.status, 0) << all.describe();
+  EXPECT_EQ(all.out, runTool({"--help"}).out);
+}
+
+// The help is written for people: no type names, ranges or words of the
+// parser's own.
+TEST_F(UsageTest, HelpTextHasNoParserArtefacts) {
+  const ToolResult result = runTool({"--help-all"});
+  ASSERT_EQ(result.status, 0) << result.describe();
+  for (const std::string artefact :
+       {":INT", ":UINT", ":FLOAT", ":TEXT", ":NUMBER", " in [", "SUBCOMMAND", "Subcommands",
+        "Positionals", "DIR:DIR"}) {
+    EXPECT_EQ(result.out.find(artefact), std::string::npos) << "help shows \"" << artefact << "\"";
+  }
+  EXPECT_NE(result.out.find("--log-level N "), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find("Commands:"), std::string::npos) << result.out;
+}
+
+TEST_F(UsageTest, VersionNamesTheLibrary) {
+  const ToolResult result = runTool({"--version"});
+  ASSERT_EQ(result.status, 0) << result.describe();
+  EXPECT_EQ(result.out, std::string("qzvault (") + getVaultVersion() + ")\n");
+  EXPECT_NE(result.out.find("Vault Library version"), std::string::npos) << result.out;
+  EXPECT_TRUE(result.err.empty()) << result.err;
 }
 
 }  // namespace

@@ -71,6 +71,7 @@ QzviImpactStore::Status QzviImpactStore::open(const char* readOnlyText, QzbStrin
     if (message != nullptr) message->assign(readOnlyText);
     return kReadOnly;
   }
+  qzviEnsureImpactIndexes(connection_);
   return kOpened;
 }
 

@@ -76,6 +76,11 @@ void qzviAppendResourceRows(QzvImpactAnalysisImpl* analysis, QzvItemList* rows,
                             QzvResourceListImpl* list);
 // Appends a copy of `resource` (which stays the caller's) as a new row.
 void qzviAppendResource(QzvResourceListImpl* list, QzResource* resource);
+// Gives a store opened for writing the indexes its queries need beyond those
+// of its schema, when it does not have them yet (impact_indexes.cc says which
+// and why). A read-only store, or one that cannot take them now, is left as
+// it is: its queries answer the same, only slower.
+void qzviEnsureImpactIndexes(SqliteConnection* store);
 // Executes "ROLLBACK TRANSACTION"; a failure is logged at level 5 and
 // otherwise ignored.
 void qzviRollback(SqliteConnection* connection, QzLogger* logger);

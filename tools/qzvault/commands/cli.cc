@@ -84,6 +84,8 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   addCheckCommand(app, context);
   addConfigCommand(app, context);
   addLocksCommands(app, context);
+  addHelpCommand(app, context);
+  cleanHelpText(app);
 }
 
 }  // namespace qzvtool

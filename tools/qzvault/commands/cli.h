@@ -36,6 +36,15 @@ void addDemoCommand(CLI::App& app, ToolContext& context);         // demo
 void addCheckCommand(CLI::App& app, ToolContext& context);        // check
 void addConfigCommand(CLI::App& app, ToolContext& context);       // config
 void addLocksCommands(CLI::App& app, ToolContext& context);       // locks
+void addHelpCommand(CLI::App& app, ToolContext& context);         // help, --version
+
+// Makes the help text read as written for people: "COMMAND" rather than the
+// parser's "SUBCOMMAND", and option values named without the type and range
+// annotations the parser adds. Call once every command has been added.
+void cleanHelpText(CLI::App& app);
+
+// "qzvault (<library version>)", printed by --version.
+std::string versionText();
 
 // Adds the --json flag to a command that prints data.
 void addJsonFlag(CLI::App* command, bool* json);

@@ -98,27 +98,42 @@ void runVersionRollback(const GlobalOptions& global, const VersionOptions& optio
   }
 }
 
+// The login name the library records in a lock this process takes.
+std::string currentUser() {
+  char name[256] = "";
+  if (np_osinf_user(name, sizeof name) != 0) return std::string();
+  name[sizeof name - 1] = '\0';
+  return name;
+}
+
 // The user named by the object's lock, or "" when the attribute cannot be read.
 std::string lockOwner(QzvObject* object) {
   Held<QzvAttribute> owner = hold(object->getAttribute(QzbString("_LOCKEDUSER", true)));
   return owner ? text(owner->getSingletonValue()) : std::string();
 }
 
-void runLock(const GlobalOptions& global, const std::string& argument, bool lock) {
+void runLock(const GlobalOptions& global, const std::string& argument, bool lock, bool force) {
   VaultSession session(global);
   const VaultPath path = session.resolve(argument);
   // The lock row is tested and then written: the folder stays locked in
   // between, so that of several users locking at once exactly one succeeds.
   const auto locks = session.lockFolders({path.parent()});
   Held<QzvObject> object = session.openObject(path);
-  if (lock) {
-    // The library records a second lock beside the first; a lock that some
-    // user already holds is refused here, so that it means something.
-    bool locked = false;
-    if (!object->getLockedStatus(&locked)) {
-      failWith(object->getErrorMessage(), "cannot read the lock of " + path.shown());
+  bool locked = false;
+  if (!object->getLockedStatus(&locked)) {
+    failWith(object->getErrorMessage(), "cannot read the lock of " + path.shown());
+  }
+  // The library records a second lock beside the first; a lock that some
+  // user already holds is refused here, so that it means something.
+  if (lock && locked) fail(path.shown() + " is already locked by " + lockOwner(object.get()));
+  // The library lets anyone unlock; the tool removes another user's lock only
+  // when asked to in so many words.
+  if (!lock && locked && !force) {
+    const std::string owner = lockOwner(object.get());
+    if (owner != currentUser()) {
+      fail(path.shown() + " is locked by " + owner + ", not by you (run 'qzvault unlock --force " +
+           argument + "' to remove the lock all the same)");
     }
-    if (locked) fail(path.shown() + " is already locked by " + lockOwner(object.get()));
   }
   if (!object->setLockedStatus(lock)) {
     failWith(object->getErrorMessage(), std::string("cannot ") + (lock ? "lock " : "unlock ") + path.shown());
@@ -206,13 +221,18 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
 
   for (const bool lock : {true, false}) {
     auto path = std::make_shared<std::string>();
+    auto force = std::make_shared<bool>(false);
     CLI::App* command = app.add_subcommand(
         lock ? "lock" : "unlock",
         lock ? "Lock an object in your name (an advisory lock)"
-             : "Remove an object's lock, whoever holds it; the file becomes read-only");
+             : "Remove your lock on an object (another user's only with --force); the file "
+               "becomes read-only");
     command->add_option("path", *path, "The object")->required()->type_name("PATH");
-    command->callback([&context, path, lock] {
-      context.action = [&context, path, lock] { runLock(context.global, *path, lock); };
+    if (!lock) command->add_flag("--force", *force, "Remove the lock whoever holds it");
+    command->callback([&context, path, lock, force] {
+      context.action = [&context, path, lock, force] {
+        runLock(context.global, *path, lock, *force);
+      };
     });
   }
 

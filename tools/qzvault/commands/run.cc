@@ -18,13 +18,48 @@
 namespace qzvtool {
 namespace {
 
-// The parser's message, with the unknown command named as such.
+// The words of the command that was chosen ("attr set"), or "" when none was.
+std::string chosenCommand(const CLI::App& app) {
+  std::string words;
+  const CLI::App* command = &app;
+  for (;;) {
+    const std::vector<CLI::App*> chosen = command->get_subcommands();
+    if (chosen.empty()) return words;
+    command = chosen.front();
+    words += (words.empty() ? "" : " ") + command->get_name();
+  }
+}
+
+// What to run to learn the right usage: the chosen command's help.
+std::string seeHelp(const CLI::App& app) {
+  const std::string command = chosenCommand(app);
+  return command.empty() ? " (see qzvault --help)" : " (see qzvault help " + command + ")";
+}
+
+// True when a message already ends in a command to run.
+bool saysWhatToRun(const std::string& message) {
+  return message.find("(run 'qzvault ") != std::string::npos ||
+         message.find("(see qzvault ") != std::string::npos;
+}
+
+// The parser's message, said in the tool's own words where the parser's
+// would show its internals, with the unknown command named as such.
 std::string usageMessage(const CLI::App& app, const CLI::ParseError& error) {
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && app.get_subcommands().empty()) {
     const std::vector<std::string> extras = app.remaining();
     if (!extras.empty()) return "unknown command '" + extras.front() + "' (see qzvault --help)";
   }
-  return std::string(error.what()) + " (see --help)";
+  std::string message = error.what();
+  // "Could not convert: version = abc"
+  const std::string convert = "Could not convert: ";
+  if (message.compare(0, convert.size(), convert) == 0) {
+    const std::string rest = message.substr(convert.size());
+    const std::size_t equals = rest.find(" = ");
+    if (equals != std::string::npos) {
+      message = rest.substr(0, equals) + ": '" + rest.substr(equals + 3) + "' is not a valid value";
+    }
+  }
+  return oneLine(message) + seeHelp(app);
 }
 
 }  // namespace
@@ -40,7 +75,7 @@ int runCommandLine(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    // --help and --help-all are not errors.
+    // --help, --help-all and --version are not errors.
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(error);
     printError(usageMessage(app, error));
     return kExitUsage;
@@ -62,7 +97,12 @@ int runCommandLine(int argc, char** argv) {
     std::cout.flush();
     return kExitSuccess;
   } catch (const ToolError& error) {
-    printError(error.what());
+    // A usage error says what to run to learn the right usage.
+    if (error.exitStatus() == kExitUsage) {
+      printError(saysWhatToRun(error.what()) ? error.what() : error.what() + seeHelp(app));
+    } else {
+      printError(error.what());
+    }
     return error.exitStatus();
   } catch (const std::exception& error) {
     printError(error.what());

@@ -1,7 +1,8 @@
 // Where the tool's vaults load their metadata plug-ins from, in this order:
 //   1. the --plugins option;
 //   2. the configuration key "BASE/PLUGIN_PATH" (an operator's QZ_CONFIG_FILE);
-//   3. the installed plug-in directory, compiled in;
+//   3. the installed plug-in directory, found from the executable's own
+//      directory (compiled in relative to it), so any prefix works;
 //   4. for the tool in the build tree, the build tree's plug-in directory
 //      (compiled in), which takes the place of 3 there, so that a build
 //      never picks up the plug-ins of an older installation.
