@@ -164,8 +164,11 @@ bool QzvFolderImpl::fsRename(const QzbString& newDirectoryName) {
   if (isTakenByAnother(newPath, path_)) {
     return fail(qzbStringFormat("Directory %s already exists", newPath.asCstr()));
   }
-  // Never over another directory, even one that appeared since the test.
-  if (np_fio_rename_noreplace(path_.asCstr(), newPath.asCstr()) != NP_OK) {
+  // Never over another directory, even one that appeared since the test. Its
+  // own name needs no rename (and a rename that never replaces would refuse
+  // it as taken).
+  if (newPath.compare(path_, true) != 0 &&
+      np_fio_rename_noreplace(path_.asCstr(), newPath.asCstr()) != NP_OK) {
     return fail(QzbString("Rename operation failed", true));
   }
   path_ = newPath;
@@ -261,8 +264,11 @@ bool QzvFolderImpl::moveSelf(const QzvFolder* target) {
   }
 
   // A folder moved into itself or below itself is refused by the platform
-  // with "invalid path".
-  const int moved = np_fio_rename_noreplace(path_.asCstr(), newPath.asCstr());
+  // with "invalid path". One moved into the folder it is in stays where it
+  // is (a rename that never replaces would refuse its own name as taken).
+  const int moved = newPath.compare(path_, true) == 0
+                        ? NP_OK
+                        : np_fio_rename_noreplace(path_.asCstr(), newPath.asCstr());
   if (moved == NP_ERR_EXISTS) {
     return fail(qzbStringFormat("Directory %s already exists", newPath.asCstr()));
   }

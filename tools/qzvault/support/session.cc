@@ -1,6 +1,7 @@
 #include "session.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -21,9 +22,10 @@ namespace {
 // How long a command waits for a folder lock that another process holds,
 // unless the configuration says otherwise: the library's own default (three
 // tries a second apart) is too short for commands that queue behind each
-// other.
+// other. The default is applied here, by trying again, rather than stored in
+// the configuration, so that `config` lists only what someone set.
 const char kLockWaitKey[] = "QZVLT/LOCK_WAIT_MS";
-const char kDefaultLockWaitMs[] = "30000";
+const std::chrono::milliseconds kDefaultLockWait(30000);
 const char kBypassKey[] = "QZVLT/BYPASS";
 
 }  // namespace
@@ -35,11 +37,27 @@ void applySettings(const std::vector<std::string>& settings) {
     config->setOptionFrom(QzbString(setting.substr(0, equals).c_str()),
                           QzbString(setting.substr(equals + 1).c_str()), QzbString("--set", true));
   }
-  QzbString wait;
-  if (!config->getOption(QzbString(kLockWaitKey, true), &wait, 0)) {
-    config->setOption(QzbString(kLockWaitKey, true), QzbString(kDefaultLockWaitMs, true));
-  }
 }
+
+namespace {
+
+// Takes the folder's lock. With a configured wait the library waits as
+// configured; without one its own tries are repeated until the tool's
+// default wait has passed.
+bool lockWithDefaultWait(QzvFolder* folder) {
+  if (folder->tranLock()) return true;
+  QzbString configured;
+  if (qzbGetConfigOptions(nullptr)->getOption(QzbString(kLockWaitKey, true), &configured, 0)) {
+    return false;
+  }
+  const auto deadline = std::chrono::steady_clock::now() + kDefaultLockWait;
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (folder->tranLock()) return true;
+  }
+  return false;
+}
+
+}  // namespace
 
 VaultSession::VaultSession(const GlobalOptions& options) {
   const VaultLocation location = locateVault(options);
@@ -156,7 +174,7 @@ std::vector<Held<QzvFolder>> VaultSession::lockFolders(std::vector<VaultPath> pa
   std::vector<Held<QzvFolder>> held;
   for (const VaultPath& path : paths) {
     Held<QzvFolder> folder = openFolder(path);
-    if (!folder->tranLock()) {
+    if (!lockWithDefaultWait(folder.get())) {
       // A folder this user cannot write cannot be changed either, and the
       // library's own refusal of the change says so better than the lock.
       if (np_fio_open(path.absolute.c_str(), NP_FIO_PROBE_WRITE, nullptr) != NP_OK) continue;
