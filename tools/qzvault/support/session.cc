@@ -43,13 +43,15 @@ namespace {
 
 // Takes the folder's lock. With a configured wait the library waits as
 // configured; without one its own tries are repeated until the tool's
-// default wait has passed.
-bool lockWithDefaultWait(QzvFolder* folder) {
+// default wait has passed. A folder this user cannot write is not waited
+// for: its lock can never be taken.
+bool lockWithDefaultWait(QzvFolder* folder, const std::string& directory) {
   if (folder->tranLock()) return true;
   QzbString configured;
   if (qzbGetConfigOptions(nullptr)->getOption(QzbString(kLockWaitKey, true), &configured, 0)) {
     return false;
   }
+  if (np_fio_open(directory.c_str(), NP_FIO_PROBE_WRITE, nullptr) != NP_OK) return false;
   const auto deadline = std::chrono::steady_clock::now() + kDefaultLockWait;
   while (std::chrono::steady_clock::now() < deadline) {
     if (folder->tranLock()) return true;
@@ -174,7 +176,7 @@ std::vector<Held<QzvFolder>> VaultSession::lockFolders(std::vector<VaultPath> pa
   std::vector<Held<QzvFolder>> held;
   for (const VaultPath& path : paths) {
     Held<QzvFolder> folder = openFolder(path);
-    if (!lockWithDefaultWait(folder.get())) {
+    if (!lockWithDefaultWait(folder.get(), path.absolute)) {
       // A folder this user cannot write cannot be changed either, and the
       // library's own refusal of the change says so better than the lock.
       if (np_fio_open(path.absolute.c_str(), NP_FIO_PROBE_WRITE, nullptr) != NP_OK) continue;
