@@ -16,149 +16,25 @@
 #include "debug_log.h"
 #include "impact_analysis_impl.h"
 #include "impact_store.h"
-#include "item_list_impl.h"
 #include "resource_impl.h"
 #include "vault_context.h"
 
 namespace {
 
-// Each walk returns, for every edge that leaves a resource it reached, the
-// stored row of the resource at the far end (columns 0 to 4, in the order of
-// "SELECT * FROM v_imparcs") and the id of the near end (column 5). The
-// recursive step joins v_imparcs so that the walk never steps onto a resource
-// that is not stored.
-const char kWalkDependentsBounded[] =
-    "WITH RECURSIVE walk(id, distance) AS ("
-    " SELECT ?, 0"
-    " UNION"
-    " SELECT d.res_id, walk.distance + 1 FROM walk"
-    " JOIN v_impadeps d ON d.res_used = walk.id"
-    " JOIN v_imparcs s ON s.id = d.res_id"
-    " WHERE walk.distance < ?)"
-    " SELECT r.id, r.name, r.res_idty, r.res_type, r.mod_date, d.res_used"
-    " FROM (SELECT DISTINCT id FROM walk) w"
-    " JOIN v_impadeps d ON d.res_used = w.id"
-    " JOIN v_imparcs r ON r.id = d.res_id";
-const char kWalkUsedBounded[] =
-    "WITH RECURSIVE walk(id, distance) AS ("
-    " SELECT ?, 0"
-    " UNION"
-    " SELECT d.res_used, walk.distance + 1 FROM walk"
-    " JOIN v_impadeps d ON d.res_id = walk.id"
-    " JOIN v_imparcs s ON s.id = d.res_used"
-    " WHERE walk.distance < ?)"
-    " SELECT r.id, r.name, r.res_idty, r.res_type, r.mod_date, d.res_id"
-    " FROM (SELECT DISTINCT id FROM walk) w"
-    " JOIN v_impadeps d ON d.res_id = w.id"
-    " JOIN v_imparcs r ON r.id = d.res_used";
-const char kWalkDependentsAll[] =
-    "WITH RECURSIVE reach(id) AS ("
-    " SELECT ?"
-    " UNION"
-    " SELECT d.res_id FROM reach"
-    " JOIN v_impadeps d ON d.res_used = reach.id"
-    " JOIN v_imparcs s ON s.id = d.res_id)"
-    " SELECT r.id, r.name, r.res_idty, r.res_type, r.mod_date, d.res_used"
-    " FROM reach"
-    " JOIN v_impadeps d ON d.res_used = reach.id"
-    " JOIN v_imparcs r ON r.id = d.res_id";
-const char kWalkUsedAll[] =
-    "WITH RECURSIVE reach(id) AS ("
-    " SELECT ?"
-    " UNION"
-    " SELECT d.res_used FROM reach"
-    " JOIN v_impadeps d ON d.res_id = reach.id"
-    " JOIN v_imparcs s ON s.id = d.res_used)"
-    " SELECT r.id, r.name, r.res_idty, r.res_type, r.mod_date, d.res_id"
-    " FROM reach"
-    " JOIN v_impadeps d ON d.res_id = reach.id"
-    " JOIN v_imparcs r ON r.id = d.res_used";
-// A walk over a large closure jumps around the edge index and the resource
-// table; with SQLite's default page cache (about 2 MB) it would read the same
-// pages from the file again and again. The cache only grows as pages are
-// read, and goes with the connection at the end of the operation. 16 MiB holds
-// most of a store of 100,000 resources and 300,000 edges (about 21 MB on
-// disk) and makes its unlimited closure about a quarter faster than the
-// default; a 64 MiB cache measured no faster, and would weigh on the
-// library's small memory budget.
-const char kWalkCacheSize[] = "PRAGMA cache_size = -16384";
 const char kSelectResourceById[] = "SELECT id FROM v_imparcs WHERE id = ?";
+const char kSelectRowById[] = "SELECT * FROM v_imparcs WHERE id = ?";
+const char kSelectAllRows[] = "SELECT * FROM v_imparcs";
 const char kSelectAllResources[] = "SELECT * FROM v_imparcs ORDER BY id";
-const char kSelectAllEdges[] =
-    "SELECT DISTINCT d.res_id, d.res_used FROM v_impadeps d"
-    " JOIN v_imparcs a ON a.id = d.res_id"
-    " JOIN v_imparcs b ON b.id = d.res_used"
-    " ORDER BY d.res_id, d.res_used";
+// A closure that reaches more than one in kScanShare of the stored resources
+// reads their rows in one pass over the table instead of one look-up each.
+const long kScanShare = 8;
 
 const char kOutOfMemory[] = "Out of memory";
-const int kResourceColumns = 5;  // id, name, res_idty, res_type, mod_date
-const int kNearColumn = 5;
-
-// A prepared query and its cursor, both released on scope exit. A query that
-// could not be prepared fails at start(), with the connection's message.
-class Query {
- public:
-  Query(SqliteConnection* connection, const char* sql)
-      : connection_(connection), statement_(connection->prepare(QzbString(sql, true))) {}
-  ~Query() {
-    if (cursor_ != nullptr) cursor_->release();
-    if (statement_ != nullptr) statement_->release();
-  }
-  Query(const Query&) = delete;
-  Query& operator=(const Query&) = delete;
-
-  void bind(int index, int64_t value) {
-    if (statement_ != nullptr) statement_->bindInt(index, value);
-  }
-  // Runs the query; false when it was not prepared or does not run.
-  bool start() {
-    if (statement_ == nullptr) return false;
-    cursor_ = statement_->executeQuery();
-    return cursor_ != nullptr;
-  }
-  // After start(): 1 on a row, 0 at the end, -1 on an error.
-  int step() { return cursor_->next(); }
-  // After start(): calls onRow(cursor) for every remaining row; false when a
-  // step fails. Exceptions of onRow pass through.
-  template <typename OnRow>
-  bool forEachRow(OnRow onRow) {
-    int state;
-    while ((state = cursor_->next()) == 1) onRow(cursor_);
-    return state >= 0;
-  }
-  // The reason of the last failure, from the statement when there is one.
-  QzbString errorMessage() const {
-    return statement_ != nullptr ? statement_->getErrorMessage() : connection_->getErrorMessage();
-  }
-
- private:
-  SqliteConnection* connection_;
-  SqliteStatement* statement_;
-  SqliteCursor* cursor_ = nullptr;
-};
-
-// Appends a row to `rows` with the stored columns column(0) to
-// column(kResourceColumns - 1). Throws std::bad_alloc.
-template <typename Column>
-void addResourceRow(QzvItemListImpl* rows, Column column) {
-  if (!rows->addRow()) throw std::bad_alloc();
-  for (int index = 0; index < kResourceColumns; ++index) {
-    rows->setLastRowElement(index, column(index));
-  }
-}
 
 QzbString decimal(int64_t value) {
   char text[32];
   std::snprintf(text, sizeof text, "%" PRId64, value);
   return QzbString(text);
-}
-
-bool edgeLess(const QzvLineageEdgeListImpl::Edge& a, const QzvLineageEdgeListImpl::Edge& b) {
-  return a.user != b.user ? a.user < b.user : a.used < b.used;
-}
-
-bool edgeEqual(const QzvLineageEdgeListImpl::Edge& a, const QzvLineageEdgeListImpl::Edge& b) {
-  return a.user == b.user && a.used == b.used;
 }
 
 }  // namespace
@@ -241,18 +117,62 @@ void QzvLineageEdgeListImpl::release() { delete this; }
 // ---------------------------------------------------------------------------
 // QzvLineageImpl
 
-// What a closure read gives: the reached resources with their distances (the
-// start at 0), the stored rows of the far ends met on the way, and the edges
-// among the reached resources as "user uses used".
-struct QzvLineageImpl::Closure {
-  struct Row {
-    QzbString columns[kResourceColumns];
-  };
-  int64_t start = 0;
-  std::unordered_map<int64_t, int> distances;
-  std::unordered_map<int64_t, Row> rows;
-  std::vector<QzvLineageEdgeListImpl::Edge> edges;
+namespace {
+
+// The current row of a running query, seen as an item list, so that stored
+// rows become resources through the one row-to-resource step every read of
+// v_imparcs shares, without being copied first. Borrows the cursor.
+class CurrentRow final : public QzvItemList {
+ public:
+  explicit CurrentRow(SqliteCursor* cursor) : cursor_(cursor) {}
+  bool next() override { return false; }
+  int getNumCols() override { return cursor_->getColumnCount(); }
+  QzbString getValue(int column) override { return cursor_->getText(column); }
+  unsigned long getValueUlong(int column) override {
+    return static_cast<unsigned long>(cursor_->getInt64(column));
+  }
+  void release() override {}
+
+ private:
+  SqliteCursor* cursor_;
 };
+
+// Resources made from rows, released on scope exit unless handed over.
+class MadeResources {
+ public:
+  explicit MadeResources(std::size_t count) : made_(count, nullptr) {}
+  ~MadeResources() {
+    for (QzvResourceImpl* resource : made_) {
+      if (resource != nullptr) resource->release();
+    }
+  }
+  MadeResources(const MadeResources&) = delete;
+  MadeResources& operator=(const MadeResources&) = delete;
+  QzvResourceImpl*& at(std::size_t index) { return made_[index]; }
+  // Hands the resource at `index` over to the caller.
+  QzvResourceImpl* take(std::size_t index) {
+    QzvResourceImpl* resource = made_[index];
+    made_[index] = nullptr;
+    return resource;
+  }
+
+ private:
+  std::vector<QzvResourceImpl*> made_;
+};
+
+// Ends a read transaction on scope exit; the walk and the read of the rows
+// then see one state of the store, as a single query would.
+}  // namespace
+
+QzvLineageImpl::ReadTransaction::~ReadTransaction() {
+  if (store_ != nullptr) store_->exec(QzbString("COMMIT TRANSACTION", true), 0);
+}
+
+void QzvLineageImpl::ReadTransaction::begin(SqliteConnection* store) {
+  // Without it (a failed BEGIN) every query still reads a consistent state
+  // of its own; only the walk and the rows might see different ones.
+  if (store->exec(QzbString("BEGIN TRANSACTION", true), 0)) store_ = store;
+}
 
 QzvLineageImpl::QzvLineageImpl(QzviVaultContext* vault, QzvImpactAnalysisImpl* reader)
     : vault_(vault), reader_(reader), errorMessage_("", true), logger_(qzviLineageLogger()) {}
@@ -277,19 +197,6 @@ bool QzvLineageImpl::openStore(QzviImpactStore* store) {
   return false;
 }
 
-QzvLineageListImpl* QzvLineageImpl::listResources(QzvItemListImpl* rows,
-                                                  const std::vector<int>& distances) {
-  QzvLineageListImpl* list = new QzvLineageListImpl();
-  for (std::size_t index = 0; rows->next(); ++index) {
-    QzvResourceImpl* made = qzviResourceFromRow(reader_, rows);
-    if (made == nullptr || !list->append(made, distances.empty() ? 0 : distances[index])) {
-      list->release();
-      throw std::bad_alloc();
-    }
-  }
-  return list;
-}
-
 QzvLineageList* QzvLineageImpl::getDependents(QzResource* resource, int maxDepth) {
   return closureList(resource, Direction::kDependents, maxDepth);
 }
@@ -307,7 +214,8 @@ QzvLineageEdgeList* QzvLineageImpl::getUsedEdges(QzResource* resource, int maxDe
 }
 
 bool QzvLineageImpl::readClosure(QzResource* resource, Direction direction, int maxDepth,
-                                 bool wantResources, Closure* closure) {
+                                 QzviImpactStore* store, ReadTransaction* transaction,
+                                 QzviLineageWalk* walk) {
   if (resource == nullptr) {
     fail(QzbString(QZVI_TEXT_NO_RESOURCE, true));
     return false;
@@ -321,18 +229,18 @@ bool QzvLineageImpl::readClosure(QzResource* resource, Direction direction, int 
   const QzbString notStored = qzbStringFormat("Resource %s is not in the lineage store",
                                               idText.isEmpty() ? "(no id)" : idText.asCstr());
   bool numeric = false;
-  closure->start = idText.asInt64(&numeric);
+  const int64_t start = idText.asInt64(&numeric);
   if (!numeric) {
     fail(notStored);
     return false;
   }
 
   // A closure only reads: a store that is read-only will do.
-  QzviImpactStore store(vault_);
-  if (!openStore(&store)) return false;
+  if (!openStore(store)) return false;
+  transaction->begin(store->get());
   {
-    Query exists(store.get(), kSelectResourceById);
-    exists.bind(0, closure->start);
+    QzviLineageQuery exists(store->get(), kSelectResourceById);
+    exists.bind(0, start);
     const int found = exists.start() ? exists.step() : -1;
     if (found < 0) {
       fail(exists.errorMessage());
@@ -343,96 +251,84 @@ bool QzvLineageImpl::readClosure(QzResource* resource, Direction direction, int 
       return false;
     }
   }
-
-  store->exec(QzbString(kWalkCacheSize, true), 0);  // a failure only costs speed
-  const bool bounded = maxDepth >= 1 && maxDepth <= kQzviBoundedWalkMaxDepth;
-  const char* sql = direction == Direction::kDependents
-                        ? (bounded ? kWalkDependentsBounded : kWalkDependentsAll)
-                        : (bounded ? kWalkUsedBounded : kWalkUsedAll);
-  // Adjacency in the walk's direction: near end to far ends, one entry per
-  // edge row (duplicate edges included; the pass below keeps the first).
-  std::unordered_map<int64_t, std::vector<int64_t>> adjacent;
-  std::vector<std::pair<int64_t, int64_t>> fetched;  // (near, far)
-  {
-    Query walk(store.get(), sql);
-    walk.bind(0, closure->start);
-    if (bounded) walk.bind(1, maxDepth);
-    const auto gather = [&](SqliteCursor* row) {
-      const int64_t far = row->getInt64(0);
-      const int64_t near = row->getInt64(kNearColumn);
-      adjacent[near].push_back(far);
-      fetched.emplace_back(near, far);
-      if (wantResources && closure->rows.find(far) == closure->rows.end()) {
-        Closure::Row& stored = closure->rows[far];
-        for (int column = 0; column < kResourceColumns; ++column) {
-          stored.columns[column] = row->getText(column);
-        }
-      }
-    };
-    if (!walk.start() || !walk.forEachRow(gather)) {
-      fail(walk.errorMessage());
-      return false;
-    }
+  walk->towardsUsers = direction == Direction::kDependents;
+  walk->maxDepth = maxDepth;
+  QzbString message;
+  if (!qzviWalkLineage(store->get(), start, walk, &message)) {
+    fail(message);
+    return false;
   }
-
-  // Breadth first from the start: the first visit is at the shortest
-  // distance, and a resource already visited is not queued again.
-  closure->distances[closure->start] = 0;
-  std::deque<int64_t> queue{closure->start};
-  while (!queue.empty()) {
-    const int64_t near = queue.front();
-    queue.pop_front();
-    const int distance = closure->distances[near];
-    if (maxDepth != QZV_LINEAGE_UNLIMITED && distance >= maxDepth) continue;
-    const auto found = adjacent.find(near);
-    if (found == adjacent.end()) continue;
-    for (int64_t far : found->second) {
-      if (closure->distances.emplace(far, distance + 1).second) queue.push_back(far);
-    }
-  }
-
-  // The edges among the reached resources, each pair once, as "user uses
-  // used" whichever way the walk went.
-  for (const auto& edge : fetched) {
-    if (closure->distances.count(edge.first) == 0 || closure->distances.count(edge.second) == 0) {
-      continue;
-    }
-    if (direction == Direction::kDependents) {
-      closure->edges.push_back({edge.second, edge.first});
-    } else {
-      closure->edges.push_back({edge.first, edge.second});
-    }
-  }
-  std::sort(closure->edges.begin(), closure->edges.end(), edgeLess);
-  closure->edges.erase(std::unique(closure->edges.begin(), closure->edges.end(), edgeEqual),
-                       closure->edges.end());
   return true;
+}
+
+QzvLineageListImpl* QzvLineageImpl::listReached(SqliteConnection* store,
+                                                const QzviLineageWalk& walk) {
+  const std::size_t count = walk.reached.size();
+  MadeResources made(count);
+  // The reached resources by id, with their place in the answer.
+  std::vector<std::pair<int64_t, std::size_t>> byId(count);
+  for (std::size_t index = 0; index < count; ++index) byId[index] = {walk.reached[index].second, index};
+  std::sort(byId.begin(), byId.end());
+  const auto makeInto = [&](std::size_t index, SqliteCursor* cursor) {
+    if (made.at(index) != nullptr) return;
+    CurrentRow row(cursor);
+    made.at(index) = qzviResourceFromRow(reader_, &row);
+    if (made.at(index) == nullptr) throw std::bad_alloc();
+  };
+
+  const bool scan = walk.storedResources > 0 &&
+                    static_cast<long>(count) * kScanShare > walk.storedResources;
+  if (scan) {
+    // Most of the store: one pass over the table, keeping the reached rows.
+    QzviLineageQuery all(store, kSelectAllRows);
+    const auto keep = [&](SqliteCursor* row) {
+      const int64_t id = row->getInt64(0);
+      auto found = std::lower_bound(byId.begin(), byId.end(),
+                                    std::pair<int64_t, std::size_t>{id, 0});
+      if (found != byId.end() && found->first == id) makeInto(found->second, row);
+    };
+    if (!all.start() || !all.forEachRow(keep)) {
+      fail(all.errorMessage());
+      return nullptr;
+    }
+  } else {
+    // A few: one look-up by id each, in id order.
+    QzviLineageQuery one(store, kSelectRowById);
+    for (const auto& entry : byId) {
+      one.bind(0, entry.first);
+      const int found = one.start() ? one.step() : -1;
+      if (found < 0) {
+        fail(one.errorMessage());
+        return nullptr;
+      }
+      if (found == 1) makeInto(entry.second, one.cursor());
+    }
+  }
+
+  QzvLineageListImpl* list = new QzvLineageListImpl();
+  try {
+    list->reserve(count);
+  } catch (...) {
+    list->release();
+    throw;
+  }
+  for (std::size_t index = 0; index < count; ++index) {
+    // Every reached resource was stored when the walk stepped onto it.
+    QzvResourceImpl* resource = made.take(index);
+    if (resource != nullptr) list->append(resource, walk.reached[index].first);
+  }
+  return list;
 }
 
 QzvLineageList* QzvLineageImpl::closureList(QzResource* resource, Direction direction,
                                             int maxDepth) {
   try {
-    Closure closure;
-    if (!readClosure(resource, direction, maxDepth, true, &closure)) return nullptr;
-
-    // Ordered by distance, then id; the start itself is not listed.
-    std::vector<std::pair<int, int64_t>> order;
-    order.reserve(closure.distances.size());
-    for (const auto& entry : closure.distances) {
-      if (entry.first != closure.start) order.emplace_back(entry.second, entry.first);
-    }
-    std::sort(order.begin(), order.end());
-
-    QzvItemListImpl* rows = new QzvItemListImpl(kResourceColumns);
-    QzviItemListHolder holder(rows);
-    std::vector<int> distances;
-    distances.reserve(order.size());
-    for (const auto& entry : order) {
-      const Closure::Row& stored = closure.rows.at(entry.second);
-      addResourceRow(rows, [&](int column) { return stored.columns[column]; });
-      distances.push_back(entry.first);
-    }
-    return listResources(rows, distances);
+    QzviImpactStore store(vault_);
+    ReadTransaction transaction;
+    QzviLineageWalk walk;
+    walk.wantEdges = false;
+    if (!readClosure(resource, direction, maxDepth, &store, &transaction, &walk)) return nullptr;
+    return listReached(store.get(), walk);
   } catch (const std::bad_alloc&) {
     fail(QzbString(kOutOfMemory, true));
     return nullptr;
@@ -442,9 +338,12 @@ QzvLineageList* QzvLineageImpl::closureList(QzResource* resource, Direction dire
 QzvLineageEdgeList* QzvLineageImpl::closureEdges(QzResource* resource, Direction direction,
                                                  int maxDepth) {
   try {
-    Closure closure;
-    if (!readClosure(resource, direction, maxDepth, false, &closure)) return nullptr;
-    return new QzvLineageEdgeListImpl(std::move(closure.edges));
+    QzviImpactStore store(vault_);
+    ReadTransaction transaction;
+    QzviLineageWalk walk;
+    walk.wantEdges = true;
+    if (!readClosure(resource, direction, maxDepth, &store, &transaction, &walk)) return nullptr;
+    return new QzvLineageEdgeListImpl(std::move(walk.edges));
   } catch (const std::bad_alloc&) {
     fail(QzbString(kOutOfMemory, true));
     return nullptr;
@@ -454,25 +353,23 @@ QzvLineageEdgeList* QzvLineageImpl::closureEdges(QzResource* resource, Direction
 QzvLineageList* QzvLineageImpl::getAllResources() {
   QzviImpactStore store(vault_);
   if (!openStore(&store)) return nullptr;
+  QzvLineageListImpl* list = nullptr;
   try {
-    Query all(store.get(), kSelectAllResources);
-    if (!all.start()) {
-      fail(all.errorMessage());
-      return nullptr;
-    }
-    // Rows are copied into an in-memory list first so that the resources are
-    // made by the common row-to-resource step.
-    QzvItemListImpl* rows = new QzvItemListImpl(kResourceColumns);
-    QzviItemListHolder holder(rows);
-    const auto copy = [&](SqliteCursor* row) {
-      addResourceRow(rows, [&](int column) { return row->getText(column); });
+    QzviLineageQuery all(store.get(), kSelectAllResources);
+    list = new QzvLineageListImpl();
+    const auto make = [&](SqliteCursor* cursor) {
+      CurrentRow row(cursor);
+      QzvResourceImpl* resource = qzviResourceFromRow(reader_, &row);
+      if (resource == nullptr || !list->append(resource, 0)) throw std::bad_alloc();
     };
-    if (!all.forEachRow(copy)) {
+    if (!all.start() || !all.forEachRow(make)) {
       fail(all.errorMessage());
+      list->release();
       return nullptr;
     }
-    return listResources(rows, {});
+    return list;
   } catch (const std::bad_alloc&) {
+    if (list != nullptr) list->release();
     fail(QzbString(kOutOfMemory, true));
     return nullptr;
   }
@@ -482,13 +379,12 @@ QzvLineageEdgeList* QzvLineageImpl::getAllEdges() {
   QzviImpactStore store(vault_);
   if (!openStore(&store)) return nullptr;
   try {
-    Query all(store.get(), kSelectAllEdges);
+    ReadTransaction transaction;
+    transaction.begin(store.get());
     std::vector<QzvLineageEdgeListImpl::Edge> edges;
-    const auto collect = [&](SqliteCursor* row) {
-      edges.push_back({row->getInt64(0), row->getInt64(1)});
-    };
-    if (!all.start() || !all.forEachRow(collect)) {
-      fail(all.errorMessage());
+    QzbString message;
+    if (!qzviReadAllEdges(store.get(), &edges, &message)) {
+      fail(message);
       return nullptr;
     }
     return new QzvLineageEdgeListImpl(std::move(edges));

@@ -1,25 +1,14 @@
 // QzvLineageImpl: closures of the lineage graph (everything that depends on a
 // resource, or that it uses, through any chain) and the whole graph, read from
-// the vault's ".v_imd" with one recursive query per closure.
+// the vault's ".v_imd".
 //
-// How a closure is read. One statement walks the edges (v_impadeps) from the
-// start resource and returns every edge leaving the resources it reached,
-// with the stored row of the resource at the far end; a breadth-first pass in
-// memory over those edges then gives each resource its shortest distance and
-// the edges among the resources of the closure. The walk takes one of two
-// forms:
-//   - depth-limited (1 to kQzviBoundedWalkMaxDepth steps): rows (id,
-//     distance) with the depth bound in the recursion, so a cycle ends at the
-//     bound; a resource on a cycle is revisited at most once per depth, so the
-//     cost is at most (depth + 1) times the resources within reach;
-//   - everything else (no limit, or a deep limit that the pass in memory then
-//     applies): rows of ids alone, so that UNION keeps every resource once and
-//     a cycle ends as soon as it closes; the cost grows with the edges of the
-//     closure. (With distances in the rows, a resource on a cycle would come
-//     back once per depth up to the bound, which for "no limit" is the number
-//     of resources: quadratic.)
-// Both forms step only onto resources that are stored, so a dangling edge is
-// neither followed nor listed. The store is opened once per operation and
+// How a closure is read: lineage_walk.h. The walk gives the reached
+// resources with their distances (and, for the edge lists, the edges among
+// them); their stored rows are then read once each, by id, or in one pass
+// over the table when the closure holds a large share of the store, and made
+// into resources as every read of v_imparcs makes them (resolver, macro
+// flag). The walk and the read of the rows run in one read transaction, so
+// they see one state of the store. The store is opened once per operation and
 // may be read-only.
 #ifndef QZVAULT_SRC_IMPACT_LINEAGE_IMPL_H_
 #define QZVAULT_SRC_IMPACT_LINEAGE_IMPL_H_
@@ -30,17 +19,13 @@
 
 #include "qzbase/log.h"
 #include "qzbase/string.h"
+#include "lineage_walk.h"
 #include "qzvault/lineage.h"
 
 class QzviVaultContext;
 class QzvImpactAnalysisImpl;
 class QzvResourceImpl;
-class QzvItemListImpl;
 class QzviImpactStore;
-
-// The deepest limit that the walk with distances in its rows handles; deeper
-// limits walk like "no limit" and are cut in memory.
-constexpr int kQzviBoundedWalkMaxDepth = 8;
 
 class QzvLineageListImpl final : public QzvLineageList {
  public:
@@ -56,6 +41,8 @@ class QzvLineageListImpl final : public QzvLineageList {
   // Appends a row; the list takes `resource` over (it is released with the
   // list). False when memory runs out (the resource is then released).
   bool append(QzvResourceImpl* resource, int distance);
+  // Makes room for `rows` rows. Throws std::bad_alloc.
+  void reserve(std::size_t rows) { rows_.reserve(rows); }
 
  private:
   ~QzvLineageListImpl();
@@ -72,10 +59,7 @@ class QzvLineageListImpl final : public QzvLineageList {
 
 class QzvLineageEdgeListImpl final : public QzvLineageEdgeList {
  public:
-  struct Edge {
-    int64_t user;
-    int64_t used;
-  };
+  using Edge = QzviLineageEdge;
   // Takes the edges as they are (the caller orders them).
   explicit QzvLineageEdgeListImpl(std::vector<Edge> edges);
 
@@ -118,21 +102,33 @@ class QzvLineageImpl final : public QzvLineage {
  private:
   ~QzvLineageImpl();
 
-  struct Closure;
-  // Reads the closure of `resource`; false with errorMessage_ set (and
-  // logged) on failure. With `wantResources` false only edges are gathered.
-  bool readClosure(QzResource* resource, Direction direction, int maxDepth, bool wantResources,
-                   Closure* closure);
+  // A read transaction begun on an open store, committed on scope exit.
+  class ReadTransaction {
+   public:
+    ReadTransaction() = default;
+    ~ReadTransaction();
+    ReadTransaction(const ReadTransaction&) = delete;
+    ReadTransaction& operator=(const ReadTransaction&) = delete;
+    void begin(SqliteConnection* store);
+
+   private:
+    SqliteConnection* store_ = nullptr;
+  };
+
+  // Checks the arguments, opens *store, begins *transaction on it and walks
+  // from `resource` as *walk asks (its wantEdges set by the caller); false
+  // with errorMessage_ set (and logged) on failure. Throws std::bad_alloc.
+  bool readClosure(QzResource* resource, Direction direction, int maxDepth,
+                   QzviImpactStore* store, ReadTransaction* transaction, QzviLineageWalk* walk);
+  // The reached resources of `walk` as the answer's list, made from their
+  // stored rows; null with errorMessage_ set when a query fails. Throws
+  // std::bad_alloc.
+  QzvLineageListImpl* listReached(SqliteConnection* store, const QzviLineageWalk& walk);
   QzvLineageList* closureList(QzResource* resource, Direction direction, int maxDepth);
   QzvLineageEdgeList* closureEdges(QzResource* resource, Direction direction, int maxDepth);
   void fail(const QzbString& message);
   // Opens the store for reading; false with errorMessage_ set on failure.
   bool openStore(QzviImpactStore* store);
-  // Makes every row of `rows` (stored v_imparcs columns) a resource, through
-  // the row-to-resource step that every read of v_imparcs shares (resolver,
-  // macro flag), listed with distances[i], or 0 when `distances` is empty.
-  // Throws std::bad_alloc; the list is the caller's.
-  QzvLineageListImpl* listResources(QzvItemListImpl* rows, const std::vector<int>& distances);
 
   QzviVaultContext* vault_;
   QzvImpactAnalysisImpl* reader_;

@@ -5,13 +5,16 @@
 
 #include <new>
 
+// A resource keeps no property list of its own: nothing ever fills one, and
+// getProperties hands out a new, empty list on every call. (Lineage answers
+// hold tens of thousands of resources; an empty list each would cost an
+// allocation apiece for nothing.)
 QzvResourceImpl::QzvResourceImpl()
     : dependencyType_(0),  // never set by the library; reads 0
-      properties_(new QzvResourcePropertyListImpl()),
       resolved_(true),
       macroIdentity_(false) {}
 
-QzvResourceImpl::~QzvResourceImpl() { delete properties_; }
+QzvResourceImpl::~QzvResourceImpl() = default;
 
 void QzvResourceImpl::release() { delete this; }
 
@@ -27,7 +30,7 @@ int QzvResourceImpl::getDependencyType() { return dependencyType_; }
 
 QzResourcePropertyList* QzvResourceImpl::getProperties() {
   // Properties are not stored: every call hands out a new, empty list that the
-  // caller releases. The list kept in the resource stays its own.
+  // caller releases.
   return new (std::nothrow) QzvResourcePropertyListImpl();
 }
 

@@ -52,7 +52,6 @@ class QzvResourceImpl final : public QzResource {
   QzbString id_;
   QzbDate analysisDate_;
   int dependencyType_;
-  QzvResourcePropertyListImpl* properties_;
   bool resolved_;
   bool macroIdentity_;
 };

@@ -1,7 +1,9 @@
-// Lineage closures: chains, diamonds, cycles, self-loops, depth limits (both
-// forms of the walk), duplicate and dangling edges, the whole graph, unknown
-// resources, null arguments, and agreement with a breadth-first walk done in
-// the test on random graphs.
+// Lineage closures: chains, diamonds, cycles, self-loops, depth limits,
+// duplicate and dangling edges, the whole graph, unknown resources, null
+// arguments, and agreement with a breadth-first walk done in the test on
+// random graphs, small ones (the walk steps one query at a time) and one
+// large enough that the walk reads every edge at once and the rows in one
+// pass; and the plans of the walk's step queries.
 #include <algorithm>
 #include <deque>
 #include <map>
@@ -34,6 +36,8 @@ using LineageListPtr = std::unique_ptr<QzvLineageList, Releaser>;
 using EdgeListPtr = std::unique_ptr<QzvLineageEdgeList, Releaser>;
 
 const char kLineageLogger[] = "QZ.Repos.Vault.Lineage";
+// A depth limit deeper than any the small graphs need.
+const int kDeepLimit = 8;
 
 class LineageTest : public ImpactTest {
  protected:
@@ -167,7 +171,7 @@ TEST_F(LineageTest, ACycleEndsAndNeverListsTheStart) {
   uses("b", "c");
   uses("c", "a");
   uses("x", "c");
-  for (int depth : {QZV_LINEAGE_UNLIMITED, 2, 3, 5, kQzviBoundedWalkMaxDepth + 3}) {
+  for (int depth : {QZV_LINEAGE_UNLIMITED, 2, 3, 5, kDeepLimit + 3}) {
     SCOPED_TRACE(depth);
     EXPECT_EQ(down("a", depth), (Strings{"c:1", "b:2", "x:2"}));
   }
@@ -204,7 +208,7 @@ TEST_F(LineageTest, DuplicateEdgesCountOnce) {
   uses("c", "b");
   uses("c", "b");
   uses("c", "b");
-  for (int depth : {QZV_LINEAGE_UNLIMITED, 1, 2, kQzviBoundedWalkMaxDepth + 1}) {
+  for (int depth : {QZV_LINEAGE_UNLIMITED, 1, 2, kDeepLimit + 1}) {
     SCOPED_TRACE(depth);
     const Strings expected = depth == 1 ? Strings{"b:1"} : Strings{"b:1", "c:2"};
     EXPECT_EQ(down("a", depth), expected);
@@ -482,7 +486,7 @@ TEST_F(LineageTest, RandomGraphsAgreeWithABreadthFirstWalk) {
     return rows;
   };
   for (int start = 0; start < kNodes; start += 3) {
-    for (int depth : {0, 1, 2, 3, 5, kQzviBoundedWalkMaxDepth, kQzviBoundedWalkMaxDepth + 1, 30}) {
+    for (int depth : {0, 1, 2, 3, 5, kDeepLimit, kDeepLimit + 1, 30}) {
       SCOPED_TRACE("start " + names[start] + " depth " + std::to_string(depth));
       const Strings got = down(names[start], depth);
       EXPECT_EQ(std::set<std::string>(got.begin(), got.end()), reference(start, true, depth));
@@ -492,6 +496,145 @@ TEST_F(LineageTest, RandomGraphsAgreeWithABreadthFirstWalk) {
                 reference(start, false, depth));
     }
   }
+}
+
+// ---------------------------------------------------------------------------
+// A graph large enough that the walk leaves single steps for reading every
+// edge at once, and reads the rows of a large closure in one pass: the same
+// answers as a breadth-first walk in the test, dangling edges included.
+
+TEST_F(LineageTest, ALargeGraphAgreesWithABreadthFirstWalk) {
+  const int kNodes = 3000;
+  const int kEdges = 3 * kNodes;
+  std::mt19937 random(4711);
+  std::uniform_int_distribution<int> pick(1, kNodes + 20);  // some ids are never stored
+  std::vector<std::pair<int, int>> edges;                  // (user, used)
+  const std::set<int> deleted = {17, 450, 2999};            // stored, then removed
+  {
+    createStore();
+    RawStore raw(storePath());
+    ASSERT_TRUE(raw.exec("BEGIN"));
+    for (int id = 1; id <= kNodes; ++id) {
+      ASSERT_TRUE(raw.exec("INSERT INTO v_imparcs (id, name, res_idty, res_type) VALUES (" +
+                           std::to_string(id) + ", 'n" + std::to_string(id) + "', '/v/n" +
+                           std::to_string(id) + "', 'File')"));
+    }
+    for (int count = 0; count < kEdges; ++count) {
+      const int user = pick(random);
+      const int used = pick(random);
+      edges.emplace_back(user, used);
+      ASSERT_TRUE(raw.exec("INSERT INTO v_impadeps (res_id, res_used) VALUES (" +
+                           std::to_string(user) + ", " + std::to_string(used) + ")"));
+    }
+    for (int id : deleted) {
+      ASSERT_TRUE(raw.exec("DELETE FROM v_imparcs WHERE id = " + std::to_string(id)));
+    }
+    ASSERT_TRUE(raw.exec("COMMIT"));
+  }
+  const auto stored = [&](int id) { return id >= 1 && id <= kNodes && deleted.count(id) == 0; };
+  // Reference: breadth first over the edge list, stepping only onto stored
+  // resources; rows "n<id>:<distance>" and edges "user>used" among them.
+  std::map<int, std::vector<int>> towardsUsers;
+  std::map<int, std::vector<int>> towardsUsed;
+  for (const auto& edge : edges) {
+    towardsUsers[edge.second].push_back(edge.first);
+    towardsUsed[edge.first].push_back(edge.second);
+  }
+  const auto reference = [&](int start, bool dependents, int depth, Strings* rows,
+                             std::set<std::string>* edgeRows) {
+    const auto& adjacent = dependents ? towardsUsers : towardsUsed;
+    std::map<int, int> distance{{start, 0}};
+    std::deque<int> queue{start};
+    while (!queue.empty()) {
+      const int near = queue.front();
+      queue.pop_front();
+      if (depth != 0 && distance[near] >= depth) continue;
+      auto found = adjacent.find(near);
+      if (found == adjacent.end()) continue;
+      for (int far : found->second) {
+        if (!stored(far) || distance.count(far) != 0) continue;
+        distance[far] = distance[near] + 1;
+        queue.push_back(far);
+      }
+    }
+    std::vector<std::pair<int, int>> order;
+    for (const auto& entry : distance) {
+      if (entry.first != start) order.emplace_back(entry.second, entry.first);
+    }
+    std::sort(order.begin(), order.end());
+    for (const auto& entry : order) {
+      rows->push_back("n" + std::to_string(entry.second) + ":" + std::to_string(entry.first));
+    }
+    for (const auto& edge : edges) {
+      if (distance.count(edge.first) != 0 && distance.count(edge.second) != 0) {
+        edgeRows->insert(std::to_string(edge.first) + ">" + std::to_string(edge.second));
+      }
+    }
+  };
+  const auto idsOf = [](QzvLineageEdgeList* list) {
+    Strings rows;
+    while (list != nullptr && list->next()) {
+      rows.push_back(str(list->getUserId()) + ">" + str(list->getUsedId()));
+    }
+    return rows;
+  };
+  for (int start : {1, 2, 1234}) {
+    ResourcePtr resource(new QzvResourceImpl());
+    static_cast<QzvResourceImpl*>(resource.get())->setId(QzbString(std::to_string(start).c_str()));
+    for (bool dependents : {true, false}) {
+      for (int depth : {QZV_LINEAGE_UNLIMITED, 2, 6}) {
+        SCOPED_TRACE("start " + std::to_string(start) + (dependents ? " down" : " up") +
+                     " depth " + std::to_string(depth));
+        Strings expectedRows;
+        std::set<std::string> expectedEdges;
+        reference(start, dependents, depth, &expectedRows, &expectedEdges);
+        LineageListPtr list(dependents ? lineage_->getDependents(resource.get(), depth)
+                                       : lineage_->getUsed(resource.get(), depth));
+        ASSERT_NE(list, nullptr) << str(lineage_->getErrorMessage());
+        EXPECT_EQ(rowsOf(list.get()), expectedRows);
+        EdgeListPtr edgeList(dependents ? lineage_->getDependentEdges(resource.get(), depth)
+                                        : lineage_->getUsedEdges(resource.get(), depth));
+        ASSERT_NE(edgeList, nullptr) << str(lineage_->getErrorMessage());
+        const Strings got = idsOf(edgeList.get());
+        EXPECT_EQ(std::set<std::string>(got.begin(), got.end()), expectedEdges);
+        EXPECT_EQ(got.size(), expectedEdges.size()) << "each edge once";
+      }
+    }
+  }
+  // The unlimited closures above reached most of the store, so the walk read
+  // every edge at once and the rows in one pass; the depth-2 ones did not.
+  Strings all;
+  std::set<std::string> unused;
+  reference(1, true, QZV_LINEAGE_UNLIMITED, &all, &unused);
+  EXPECT_GT(all.size(), static_cast<std::size_t>(kNodes / 2));
+}
+
+// ---------------------------------------------------------------------------
+// Plans: a step of the walk reads its edges from the covering edge index, and
+// the test that a resource is stored looks its row up by id; nothing scans.
+
+TEST_F(LineageTest, TheWalksStepsReadTheCoveringEdgeIndexes) {
+  createStore();
+  RawStore raw(storePath());
+  const auto plan = [&](const char* sql) {
+    std::string text;
+    for (const std::string& row : raw.rows(std::string("EXPLAIN QUERY PLAN ") + sql)) {
+      text += row.substr(row.rfind('|') + 1) + "\n";
+    }
+    return text;
+  };
+  const std::string toUsers = plan(kQzviLineageStepToUsers);
+  EXPECT_NE(toUsers.find("USING COVERING INDEX v_impadeps_used_res_id (res_used=?)"),
+            std::string::npos)
+      << toUsers;
+  EXPECT_EQ(toUsers.find("SCAN"), std::string::npos) << toUsers;
+  const std::string toUsed = plan(kQzviLineageStepToUsed);
+  EXPECT_NE(toUsed.find("USING COVERING INDEX v_impadeps_res_id_used (res_id=?)"),
+            std::string::npos)
+      << toUsed;
+  EXPECT_EQ(toUsed.find("SCAN"), std::string::npos) << toUsed;
+  const std::string isStored = plan(kQzviLineageIsStored);
+  EXPECT_NE(isStored.find("USING INTEGER PRIMARY KEY (rowid=?)"), std::string::npos) << isStored;
 }
 
 }  // namespace

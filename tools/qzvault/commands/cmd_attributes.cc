@@ -201,6 +201,13 @@ void runSet(const GlobalOptions& global, const AttrOptions& options) {
   attribute->setValue(options.columnGiven() ? options.column : 0, options.rowGiven() ? options.row : 0,
                       QzbString(options.value.c_str()));
   if (!attribute->commit()) failWith(attribute->getErrorMessage(), "cannot store attribute " + options.name);
+  if (options.json) {
+    printJson(Json{{"path", path.shown()},
+                   {"name", options.name},
+                   {"row", options.rowGiven() ? options.row : 0},
+                   {"col", options.columnGiven() ? options.column : 0},
+                   {"value", options.value}});
+  }
 }
 
 void runClear(const GlobalOptions& global, const AttrOptions& options) {
@@ -212,6 +219,7 @@ void runClear(const GlobalOptions& global, const AttrOptions& options) {
   if (attribute->isReadOnly()) fail("attribute " + options.name + " of " + path.shown() + " is read only");
   attribute->clear();
   if (!attribute->commit()) failWith(attribute->getErrorMessage(), "cannot store attribute " + options.name);
+  if (options.json) printJson(Json{{"path", path.shown()}, {"name", options.name}, {"cleared", true}});
 }
 
 void addPosition(CLI::App* command, AttrOptions* options) {
@@ -254,6 +262,7 @@ void addAttributeCommands(CLI::App& app, ToolContext& context) {
   setCommand->add_option("name", set->name, "The attribute")->required();
   setCommand->add_option("value", set->value, "The value")->required();
   addPosition(setCommand, set.get());
+  addJsonFlag(setCommand, &set->json);
   setCommand->callback([&context, set] {
     context.action = [&context, set] { runSet(context.global, *set); };
   });
@@ -263,6 +272,7 @@ void addAttributeCommands(CLI::App& app, ToolContext& context) {
       attr->add_subcommand("clear", "Clear an attribute to one empty row");
   clearCommand->add_option("path", clear->path, "The folder or object")->required()->type_name("PATH");
   clearCommand->add_option("name", clear->name, "The attribute")->required();
+  addJsonFlag(clearCommand, &clear->json);
   clearCommand->callback([&context, clear] {
     context.action = [&context, clear] { runClear(context.global, *clear); };
   });

@@ -96,6 +96,10 @@ void runVersionRollback(const GlobalOptions& global, const VersionOptions& optio
   if (!object->rollbackVersion(options.version)) {
     failWith(object->getErrorMessage(), "cannot roll " + path.shown() + " back");
   }
+  if (options.json) {
+    printJson(Json{{"path", path.shown()}, {"rolledBackTo", options.version},
+                   {"versions", highestVersion(object.get(), path)}});
+  }
 }
 
 // The login name the library records in a lock this process takes.
@@ -112,7 +116,8 @@ std::string lockOwner(QzvObject* object) {
   return owner ? text(owner->getSingletonValue()) : std::string();
 }
 
-void runLock(const GlobalOptions& global, const std::string& argument, bool lock, bool force) {
+void runLock(const GlobalOptions& global, const std::string& argument, bool lock, bool force,
+             bool json) {
   VaultSession session(global);
   const VaultPath path = session.resolve(argument);
   // The lock row is tested and then written: the folder stays locked in
@@ -137,6 +142,11 @@ void runLock(const GlobalOptions& global, const std::string& argument, bool lock
   }
   if (!object->setLockedStatus(lock)) {
     failWith(object->getErrorMessage(), std::string("cannot ") + (lock ? "lock " : "unlock ") + path.shown());
+  }
+  if (json) {
+    printJson(Json{{"path", path.shown()},
+                   {"locked", lock},
+                   {"lockedBy", lock ? Json(lockOwner(object.get())) : Json(nullptr)}});
   }
 }
 
@@ -215,6 +225,7 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
                   "every newer version");
   rollbackCommand->add_option("path", rollback->path, "The object")->required()->type_name("PATH");
   rollbackCommand->add_option("version", rollback->version, "The version")->required()->type_name("N");
+  addJsonFlag(rollbackCommand, &rollback->json);
   rollbackCommand->callback([&context, rollback] {
     context.action = [&context, rollback] { runVersionRollback(context.global, *rollback); };
   });
@@ -222,6 +233,7 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
   for (const bool lock : {true, false}) {
     auto path = std::make_shared<std::string>();
     auto force = std::make_shared<bool>(false);
+    auto json = std::make_shared<bool>(false);
     CLI::App* command = app.add_subcommand(
         lock ? "lock" : "unlock",
         lock ? "Lock an object in your name (an advisory lock)"
@@ -229,9 +241,10 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
                "becomes read-only");
     command->add_option("path", *path, "The object")->required()->type_name("PATH");
     if (!lock) command->add_flag("--force", *force, "Remove the lock whoever holds it");
-    command->callback([&context, path, lock, force] {
-      context.action = [&context, path, lock, force] {
-        runLock(context.global, *path, lock, *force);
+    addJsonFlag(command, json.get());
+    command->callback([&context, path, lock, force, json] {
+      context.action = [&context, path, lock, force, json] {
+        runLock(context.global, *path, lock, *force, *json);
       };
     });
   }

@@ -25,6 +25,12 @@ struct MkdirOptions {
 struct TwoArguments {
   std::string first;
   std::string second;
+  bool json = false;
+};
+
+struct PathOptions {
+  std::string path;
+  bool json = false;
 };
 
 struct AddOptions {
@@ -63,13 +69,14 @@ void runMkdir(const GlobalOptions& global, const MkdirOptions& options) {
   }
 }
 
-void runRmdir(const GlobalOptions& global, const std::string& argument) {
+void runRmdir(const GlobalOptions& global, const PathOptions& options) {
   VaultSession session(global);
-  const VaultPath path = session.resolve(argument);
+  const VaultPath path = session.resolve(options.path);
   if (path.isRoot()) failUsage("rmdir: the vault's root cannot be removed");
   const auto locks = session.lockFolders({path.parent(), path});
   Held<QzvFolder> folder = session.openFolder(path);
   if (!folder->deleteSelf()) failWith(folder->getErrorMessage(), "cannot remove " + path.shown());
+  if (options.json) printJson(Json{{"removed", path.shown()}});
 }
 
 void runRename(const GlobalOptions& global, const TwoArguments& arguments) {
@@ -81,12 +88,13 @@ void runRename(const GlobalOptions& global, const TwoArguments& arguments) {
     const auto locks = session.lockFolders({path});
     Held<QzvFolder> folder = session.openFolder(path);
     if (!folder->renameSelf(newName)) failWith(folder->getErrorMessage(), "cannot rename " + path.shown());
-    return;
+  } else {
+    const auto locks = session.lockFolders({path.parent()});
+    session.requireReadable(path);
+    Held<QzvObject> object = session.openObject(path);
+    if (!object->renameSelf(newName)) failWith(object->getErrorMessage(), "cannot rename " + path.shown());
   }
-  const auto locks = session.lockFolders({path.parent()});
-  session.requireReadable(path);
-  Held<QzvObject> object = session.openObject(path);
-  if (!object->renameSelf(newName)) failWith(object->getErrorMessage(), "cannot rename " + path.shown());
+  if (arguments.json) printJson(Json{{"path", path.shown()}, {"name", arguments.second}});
 }
 
 void runFsRename(const GlobalOptions& global, const TwoArguments& arguments) {
@@ -98,11 +106,17 @@ void runFsRename(const GlobalOptions& global, const TwoArguments& arguments) {
     const auto locks = session.lockFolders({path.parent(), path});
     Held<QzvFolder> folder = session.openFolder(path);
     if (!folder->fsRename(newName)) failWith(folder->getErrorMessage(), "cannot rename " + path.shown());
-    return;
+  } else {
+    const auto locks = session.lockFolders({path.parent()});
+    Held<QzvObject> object = session.openObject(path);
+    if (!object->fileRename(newName)) failWith(object->getErrorMessage(), "cannot rename " + path.shown());
   }
-  const auto locks = session.lockFolders({path.parent()});
-  Held<QzvObject> object = session.openObject(path);
-  if (!object->fileRename(newName)) failWith(object->getErrorMessage(), "cannot rename " + path.shown());
+  if (arguments.json) {
+    const VaultPath parent = path.parent();
+    const std::string renamed =
+        parent.isRoot() ? arguments.second : parent.relative + "/" + arguments.second;
+    printJson(Json{{"previous", path.shown()}, {"path", renamed}});
+  }
 }
 
 void runMv(const GlobalOptions& global, const TwoArguments& arguments) {
@@ -122,10 +136,15 @@ void runMv(const GlobalOptions& global, const TwoArguments& arguments) {
   if (movesFolder) {
     Held<QzvFolder> folder = session.openFolder(source);
     if (!folder->moveSelf(target.get())) failWith(folder->getErrorMessage(), "cannot move " + source.shown());
-    return;
+  } else {
+    Held<QzvObject> object = session.openObject(source);
+    if (!object->moveSelf(target.get())) failWith(object->getErrorMessage(), "cannot move " + source.shown());
   }
-  Held<QzvObject> object = session.openObject(source);
-  if (!object->moveSelf(target.get())) failWith(object->getErrorMessage(), "cannot move " + source.shown());
+  if (arguments.json) {
+    const std::string moved =
+        destination.isRoot() ? source.leaf() : destination.relative + "/" + source.leaf();
+    printJson(Json{{"previous", source.shown()}, {"path", moved}});
+  }
 }
 
 void runAdd(const GlobalOptions& global, const AddOptions& options) {
@@ -186,15 +205,16 @@ void runAdd(const GlobalOptions& global, const AddOptions& options) {
   }
 }
 
-void runRm(const GlobalOptions& global, const std::string& argument) {
+void runRm(const GlobalOptions& global, const PathOptions& options) {
   VaultSession session(global);
-  const VaultPath path = session.resolve(argument);
+  const VaultPath path = session.resolve(options.path);
   if (path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder) {
     failUsage("rm: " + path.shown() + " is a folder (use rmdir)");
   }
   const auto locks = session.lockFolders({path.parent()});
   Held<QzvObject> object = session.openObject(path);
   if (!object->deleteSelf()) failWith(object->getErrorMessage(), "cannot remove " + path.shown());
+  if (options.json) printJson(Json{{"removed", path.shown()}});
 }
 
 CLI::App* twoArgumentCommand(CLI::App& app, const char* name, const char* help,
@@ -203,6 +223,7 @@ CLI::App* twoArgumentCommand(CLI::App& app, const char* name, const char* help,
   CLI::App* command = app.add_subcommand(name, help);
   command->add_option(firstName, arguments->first, firstHelp)->required()->type_name("PATH");
   command->add_option(secondName, arguments->second, secondHelp)->required();
+  addJsonFlag(command, &arguments->json);
   return command;
 }
 
@@ -221,10 +242,11 @@ void addTreeChangeCommands(CLI::App& app, ToolContext& context) {
     context.action = [&context, mkdir] { runMkdir(context.global, *mkdir); };
   });
 
-  auto rmdir = std::make_shared<std::string>();
+  auto rmdir = std::make_shared<PathOptions>();
   CLI::App* rmdirCommand =
       app.add_subcommand("rmdir", "Remove an empty folder with the vault's own files in it");
-  rmdirCommand->add_option("path", *rmdir, "The folder")->required()->type_name("PATH");
+  rmdirCommand->add_option("path", rmdir->path, "The folder")->required()->type_name("PATH");
+  addJsonFlag(rmdirCommand, &rmdir->json);
   rmdirCommand->callback([&context, rmdir] {
     context.action = [&context, rmdir] { runRmdir(context.global, *rmdir); };
   });
@@ -273,10 +295,11 @@ void addTreeChangeCommands(CLI::App& app, ToolContext& context) {
     context.action = [&context, add] { runAdd(context.global, *add); };
   });
 
-  auto rm = std::make_shared<std::string>();
+  auto rm = std::make_shared<PathOptions>();
   CLI::App* rmCommand =
       app.add_subcommand("rm", "Delete an object with its metadata and versions");
-  rmCommand->add_option("path", *rm, "The object")->required()->type_name("PATH");
+  rmCommand->add_option("path", rm->path, "The object")->required()->type_name("PATH");
+  addJsonFlag(rmCommand, &rm->json);
   rmCommand->callback([&context, rm] {
     context.action = [&context, rm] { runRm(context.global, *rm); };
   });

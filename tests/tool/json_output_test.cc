@@ -1,0 +1,95 @@
+// --json on the commands that change the vault and print nothing otherwise:
+// each prints one JSON document that says what was done, and the vault shows
+// that it was.
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/temp_dir.h"
+#include "tool/tool_runner.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qztest::TempDir;
+using qztool::runOn;
+using qztool::ToolResult;
+
+class JsonOutputTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    vault_ = dir_.join("vault");
+    qztool::initVault(vault_);
+    ASSERT_EQ(runOn(vault_, {"mkdir", "Data"}).status, 0);
+    ASSERT_EQ(runOn(vault_, {"mkdir", "Archive"}).status, 0);
+    qztool::writeText(dir_.join("plan.txt"), "first\n");
+    ASSERT_EQ(runOn(vault_, {"add", dir_.join("plan.txt"), "Data"}).status, 0);
+  }
+
+  // Runs a command with --json; it must succeed and print one JSON document.
+  nlohmann::json runJson(std::vector<std::string> args) {
+    args.push_back("--json");
+    const ToolResult result = runOn(vault_, args);
+    EXPECT_EQ(result.status, 0) << result.describe();
+    EXPECT_TRUE(result.err.empty()) << result.err;
+    try {
+      return result.json();
+    } catch (const nlohmann::json::exception&) {
+      ADD_FAILURE() << "not JSON: " << result.out;
+      return nlohmann::json();
+    }
+  }
+
+  TempDir dir_;
+  std::string vault_;
+};
+
+TEST_F(JsonOutputTest, AttributeSetAndClear) {
+  EXPECT_EQ(runJson({"attr", "set", "Data/plan.txt", "Owner", "ann", "--row", "1", "--col", "2"}),
+            (nlohmann::json{{"path", "Data/plan.txt"}, {"name", "Owner"}, {"row", 1}, {"col", 2},
+                            {"value", "ann"}}));
+  EXPECT_EQ(runOn(vault_, {"attr", "get", "Data/plan.txt", "Owner", "--row", "1", "--col", "2"}).out,
+            "ann\n");
+  EXPECT_EQ(runJson({"attr", "clear", "Data/plan.txt", "Owner"}),
+            (nlohmann::json{{"path", "Data/plan.txt"}, {"name", "Owner"}, {"cleared", true}}));
+}
+
+TEST_F(JsonOutputTest, RenameFsrenameAndMove) {
+  EXPECT_EQ(runJson({"rename", "Data/plan.txt", "The plan"}),
+            (nlohmann::json{{"path", "Data/plan.txt"}, {"name", "The plan"}}));
+  EXPECT_EQ(runJson({"fsrename", "Data/plan.txt", "plan2.txt"}),
+            (nlohmann::json{{"previous", "Data/plan.txt"}, {"path", "Data/plan2.txt"}}));
+  EXPECT_TRUE(fs::exists(vault_ + "/Data/plan2.txt"));
+  EXPECT_EQ(runJson({"mv", "Data/plan2.txt", "Archive"}),
+            (nlohmann::json{{"previous", "Data/plan2.txt"}, {"path", "Archive/plan2.txt"}}));
+  EXPECT_TRUE(fs::exists(vault_ + "/Archive/plan2.txt"));
+  ASSERT_EQ(runOn(vault_, {"mkdir", "Data/Old"}).status, 0);
+  EXPECT_EQ(runJson({"mv", "Archive", "Data/Old"}),
+            (nlohmann::json{{"previous", "Archive"}, {"path", "Data/Old/Archive"}}));
+  EXPECT_TRUE(fs::exists(vault_ + "/Data/Old/Archive/plan2.txt"));
+}
+
+TEST_F(JsonOutputTest, LockUnlockAndRollback) {
+  const nlohmann::json locked = runJson({"lock", "Data/plan.txt"});
+  EXPECT_EQ(locked["path"], "Data/plan.txt");
+  EXPECT_EQ(locked["locked"], true);
+  EXPECT_EQ(locked["lockedBy"], runOn(vault_, {"status", "Data/plan.txt", "--json"}).json()["lockedBy"]);
+  EXPECT_EQ(runJson({"unlock", "Data/plan.txt"}),
+            (nlohmann::json{{"path", "Data/plan.txt"}, {"locked", false}, {"lockedBy", nullptr}}));
+
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
+  EXPECT_EQ(runJson({"version", "rollback", "Data/plan.txt", "1"}),
+            (nlohmann::json{{"path", "Data/plan.txt"}, {"rolledBackTo", 1}, {"versions", 0}}));
+}
+
+TEST_F(JsonOutputTest, RemoveObjectAndFolder) {
+  EXPECT_EQ(runJson({"rm", "Data/plan.txt"}), (nlohmann::json{{"removed", "Data/plan.txt"}}));
+  EXPECT_FALSE(fs::exists(vault_ + "/Data/plan.txt"));
+  EXPECT_EQ(runJson({"rmdir", "Archive"}), (nlohmann::json{{"removed", "Archive"}}));
+  EXPECT_FALSE(fs::exists(vault_ + "/Archive"));
+}
+
+}  // namespace
