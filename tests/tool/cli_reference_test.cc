@@ -237,7 +237,7 @@ TEST(CliReference, EveryCommandHasAnExample) {
         "attr list", "attr get", "attr set", "attr clear", "version create", "version list",
         "version rollback", "lock", "unlock", "status", "analyze", "deps", "used-by", "resources",
         "types", "lineage", "lineage export", "graph", "clean", "demo", "check", "config", "log",
-        "show", "diff"}) {
+        "show", "diff", "locks"}) {
     EXPECT_EQ(shown.count(command), 1u) << "no example of qzvault " << command;
   }
 }

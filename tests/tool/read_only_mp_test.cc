@@ -78,6 +78,17 @@ TEST_F(ReadOnlyVaultTest, ReadingStillWorks) {
   const ToolResult info = asNobody({"info"});
   ASSERT_EQ(info.status, 0) << info.describe();
   EXPECT_THAT(info.out, ::testing::HasSubstr("UUID:         (cannot be read: Folder " + vault_ + " is read only)"));
+  // The lock of an object in a folder nobody cannot write is read all the same.
+  const ToolResult status = asNobody({"status", "Data/orders.csv", "--json"});
+  ASSERT_EQ(status.status, 0) << status.describe();
+  EXPECT_FALSE(status.json()["locked"].get<bool>());
+  for (std::vector<std::string> reading : {std::vector<std::string>{"attr", "list", "Data"},
+                                           {"version", "list", "Data/orders.csv"},
+                                           {"locks"},
+                                           {"check"}}) {
+    const ToolResult read = asNobody(reading);
+    EXPECT_EQ(read.status, 0) << ::testing::PrintToString(reading) << read.describe();
+  }
   EXPECT_EQ(snapshot(vault_), before_);
 }
 

@@ -84,6 +84,7 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   addDemoCommand(app, context);
   addCheckCommand(app, context);
   addConfigCommand(app, context);
+  addLocksCommands(app, context);
   addHelpCommand(app, context);
   cleanHelpText(app);
 }

@@ -36,6 +36,7 @@ void addLineageCommands(CLI::App& app, ToolContext& context);     // lineage, gr
 void addDemoCommand(CLI::App& app, ToolContext& context);         // demo
 void addCheckCommand(CLI::App& app, ToolContext& context);        // check
 void addConfigCommand(CLI::App& app, ToolContext& context);       // config
+void addLocksCommands(CLI::App& app, ToolContext& context);       // locks
 void addHelpCommand(CLI::App& app, ToolContext& context);         // help, --version
 
 // Makes the help text read as written for people: "COMMAND" rather than the

@@ -1,9 +1,11 @@
 // Lineage beyond one step: lineage (every edge, or the closure of one
 // resource upstream or downstream), lineage export (OpenLineage events for a
 // catalogue) and graph (DOT or JSON, optionally rendered to SVG by Graphviz).
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <system_error>
 
 #include "cli.h"
 #include "dot_render.h"
@@ -18,6 +20,8 @@
 
 namespace qzvtool {
 namespace {
+
+namespace fs = std::filesystem;
 
 struct LineageOptions {
   std::string resource;
@@ -41,6 +45,7 @@ struct GraphOptions {
   std::string format = "dot";
   std::string output;
   std::string svg;
+  bool force = false;
 };
 
 // --depth counts steps; "no limit" is said by leaving it out.
@@ -125,6 +130,37 @@ void writeFile(const std::string& path, const std::string& content) {
   if (!out) fail("cannot write " + path);
 }
 
+// Refuses (usage error, before anything is written) a FILE given to --output
+// or --svg that is one of the vault's own files, lies inside a vault
+// directory whose name is one of them, or is an existing entry of the vault:
+// writing there would destroy metadata or an object. An existing file
+// outside the vault is replaced only with --force, and only when it is an
+// ordinary file.
+void checkOutputFile(const VaultSession& session, const std::string& option, const std::string& file,
+                     bool force) {
+  std::error_code error;
+  const fs::path given(file);
+  // The directory resolved (links included); the last name as given.
+  const fs::path directory = fs::weakly_canonical(fs::absolute(given, error).parent_path(), error);
+  const fs::path target = directory / given.filename();
+  const fs::path root = fs::weakly_canonical(fs::path(session.root()), error);
+  const fs::path relative = target.lexically_relative(root);
+  const bool inside = !relative.empty() && *relative.begin() != "..";
+  if (inside) {
+    for (const fs::path& part : relative) {
+      const std::string name = part.string();
+      if (!name.empty() && name[0] == '.') {
+        failUsage(option + " " + file + " is one of the vault's own files; write it elsewhere");
+      }
+    }
+  }
+  const fs::file_status status = fs::symlink_status(target, error);
+  if (!fs::exists(status)) return;  // a new file
+  if (inside) failUsage(option + " " + file + " is an entry of the vault; write it elsewhere");
+  if (!fs::is_regular_file(status)) failUsage(option + " " + file + " exists and is not an ordinary file");
+  if (!force) failUsage(option + " " + file + " exists (give --force to replace it)");
+}
+
 std::string graphSize(const LineageGraph& graph) {
   return std::to_string(graph.nodes.size()) + (graph.nodes.size() == 1 ? " resource, " : " resources, ") +
          std::to_string(graph.edges.size()) + (graph.edges.size() == 1 ? " edge" : " edges");
@@ -137,6 +173,8 @@ void runGraph(const GlobalOptions& global, const GraphOptions& options) {
   }
 
   VaultSession session(global);
+  if (!options.output.empty()) checkOutputFile(session, "--output", options.output, options.force);
+  if (!options.svg.empty()) checkOutputFile(session, "--svg", options.svg, options.force);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   LineageGraph graph;
   if (options.resource.empty()) {
@@ -251,6 +289,8 @@ void addLineageCommands(CLI::App& app, ToolContext& context) {
                            "Also render the graph to FILE as SVG with dot (when Graphviz is installed "
                            "and the graph has at most 2000 resources)")
       ->type_name("FILE");
+  graphCommand->add_flag("--force", graph->force,
+                         "Replace an existing ordinary file outside the vault given to --output or --svg");
   graphCommand->callback([&context, graph] {
     context.action = [&context, graph] { runGraph(context.global, *graph); };
   });

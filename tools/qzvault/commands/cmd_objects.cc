@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "cli.h"
+#include "file_copy.h"
 #include "listing.h"
 #include "output.h"
 #include "qzbase/platform.h"
@@ -48,18 +49,22 @@ void runVersionCreate(const GlobalOptions& global, const VersionOptions& options
   }
   VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
+  const auto locks = session.lockFolders({path.parent()});
   Held<QzvObject> object = session.openObject(path);
   if (!object->createVersion()) failWith(object->getErrorMessage(), "cannot version " + path.shown());
   // The library moved the file aside; the object needs content again: the new
-  // content, or a copy of what was just kept.
+  // content, or a copy of what was just kept. The copy appears whole or not
+  // at all; a crash before it leaves the object to its newest version, which
+  // the vault check gives back.
   const int version = highestVersion(object.get(), path);
   const QzbString kept = object->getVersionFileName(version, nullptr);
   const std::string source = options.from.empty() ? text(kept) : options.from;
-  fs::copy_file(source, path.absolute, error);
-  if (error) {
+  try {
+    copyIntoPlace(source, path.absolute);
+  } catch (const ToolError& failure) {
     // Put the kept file back rather than leave the object without one.
-    fs::rename(text(kept), path.absolute, error);
-    fail("cannot write the new content of " + path.shown() + ": " + error.message());
+    np_fio_rename_noreplace(text(kept).c_str(), path.absolute.c_str());
+    fail("cannot write the new content of " + path.shown() + ": " + failure.what());
   }
   if (options.json) {
     printJson(Json{{"path", path.shown()}, {"version", version}});
@@ -155,6 +160,7 @@ void keepingRollback(QzvObject* object, const VaultPath& path, int asked, bool j
 void runVersionRollback(const GlobalOptions& global, const VersionOptions& options) {
   VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
+  const auto locks = session.lockFolders({path.parent()});
   Held<QzvObject> object = session.openObject(path);
   if (options.discard) {
     discardingRollback(object.get(), path, options.version, options.json);
@@ -181,6 +187,9 @@ void runLock(const GlobalOptions& global, const std::string& argument, bool lock
              bool json) {
   VaultSession session(global);
   const VaultPath path = session.resolve(argument);
+  // The lock row is tested and then written: the folder stays locked in
+  // between, so that of several users locking at once exactly one succeeds.
+  const auto locks = session.lockFolders({path.parent()});
   Held<QzvObject> object = session.openObject(path);
   bool locked = false;
   if (!object->getLockedStatus(&locked)) {
@@ -254,11 +263,17 @@ void runStatus(const GlobalOptions& global, const StatusOptions& options) {
   Held<QzvObject> object = session.openObject(path);
 
   bool locked = false;
-  if (!object->getLockedStatus(&locked)) {
-    failWith(object->getErrorMessage(), "cannot read the lock of " + path.shown());
-  }
   std::string lockedBy;
-  if (locked) lockedBy = lockOwner(object.get());
+  if (object->getLockedStatus(&locked)) {
+    if (locked) lockedBy = lockOwner(object.get());
+  } else {
+    // The library does not read the lock of a folder it cannot write; the
+    // lock row, read as the attribute it is, says the same to a reader.
+    Held<QzvAttribute> owner = hold(object->getAttribute(QzbString("_LOCKEDUSER", true)));
+    if (!owner) failWith(object->getErrorMessage(), "cannot read the lock of " + path.shown());
+    lockedBy = text(owner->getSingletonValue());
+    locked = !lockedBy.empty();
+  }
   const int versions = highestVersion(object.get(), path);
   ObjectEntry listed;
   Held<QzvFolder> folder = session.openFolder(path.parent());

@@ -54,6 +54,7 @@ void runInit(const GlobalOptions& global, const InitOptions& options) {
     if (error) fail("cannot create " + directory + ": " + error.message());
   }
   VaultSession session(global, directory);
+  const auto locks = session.lockFolders({session.resolve(".")});
 
   const std::string existing = storedUuid(session.vault());
   std::string uuid = existing;
