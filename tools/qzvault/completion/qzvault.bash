@@ -6,7 +6,7 @@
 # on first use; or source it from ~/.bashrc. The command list is checked
 # against `qzvault --help` by the tests, so a new command must be added here.
 
-_qzvault_commands="init info ls tree mkdir rmdir rename fsrename mv add rm attr version lock unlock locks status analyze deps used-by resources types clean lineage graph demo check config help"
+_qzvault_commands="init info ls tree mkdir rmdir rename fsrename mv add rm attr version log show diff lock unlock locks status analyze deps used-by resources types clean lineage graph demo check config help"
 _qzvault_global_options="-C --vault --plugins --log-level --set --help --help-all --version"
 
 _qzvault() {
