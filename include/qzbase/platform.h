@@ -138,6 +138,20 @@ struct NpDirEntry {
 #define NP_PERM_READ 2     // what: read permission
 #define NP_PERM_EXECUTE 4  // what: execute permission
 
+// np_fs_info: what kind of file system holds a path.
+#define NP_FS_LOCAL 0      // a disk, memory or overlay file system of this machine
+#define NP_FS_NETWORK 1    // a file server's: NFS, SMB/CIFS, AFS, 9p and the like
+#define NP_FS_CLUSTER 2    // a cluster file system: CephFS, GFS2, OCFS2, Lustre, GPFS
+#define NP_FS_USERSPACE 3  // FUSE: a program's, often over the network (sshfs, s3fs)
+
+// The file system that holds a path.
+struct NpFsInfo {
+  char type[32];  // its type as the system names it: "ext4", "nfs", "cifs",
+                  // "ceph", "fuse"; "0x" and the hexadecimal magic number of a
+                  // type this layer does not know
+  int kind;       // NP_FS_*
+};
+
 // The longest path the library builds; name buffers are allocated with it.
 #define NP_PATH_MAX 4096
 // The longest file name (one path component) in bytes.
@@ -187,6 +201,8 @@ struct NpPlatformOps {
   int (*osinf_host)(char* buffer, std::size_t length);
   int64_t (*proc_id)(void);
   int (*proc_probe)(int64_t processId, uint64_t* startToken);
+  // Appended for vaults shared across machines.
+  int (*fs_info)(const char* path, NpFsInfo* info);
 };
 
 // The POSIX table.
@@ -297,6 +313,11 @@ QZBASE_EXPORT int np_dir_create(const char* path, int mode);
 QZBASE_EXPORT int np_dir_unlink(const char* path);
 // NP_PATH_MAX.
 QZBASE_EXPORT int np_dir_pathlen(void);
+
+// The file system that holds `path` (which must exist): its type name and
+// kind. A file system that this layer does not know is NP_FS_LOCAL. 0, or
+// NP_ERR_NOT_FOUND (3), or another code when it cannot be examined.
+QZBASE_EXPORT int np_fs_info(const char* path, NpFsInfo* info);
 
 // ---------------------------------------------------------------------------
 // Shared objects.

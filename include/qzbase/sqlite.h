@@ -48,7 +48,8 @@ class QZBASE_EXPORT SqliteConnection {
   // `flags` must be 0.
   virtual bool exec(const QzbString& sql, int flags) = 0;
   // True when the database was opened read-only (the file or its directory
-  // could not be written when it was opened).
+  // could not be written when it was opened), or is closed to writes with
+  // "PRAGMA query_only".
   virtual bool isReadOnly() const = 0;
   // Runs a query without parameters; null on failure (see getErrorMessage).
   virtual SqliteCursor* select(const QzbString& sql) = 0;

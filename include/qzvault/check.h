@@ -12,11 +12,25 @@
 //   - rows of ".v_cmd" (v_file, v_attr) for a file that is gone, or whose
 //     modification time differs from the cached one (which the folder's next
 //     listing reads again anyway);
-//   - lock files ".v_lck" older than QZV_CHECK_STALE_LOCK_SECONDS;
-//   - version files in ".v_ver" ("name.N") whose object "name" is gone;
+//   - the vault's own files and directories that are symbolic links, fifos,
+//     devices or of the wrong kind (never opened, never followed);
+//   - lock files ".v_lck" whose holder has ended (a process of this machine
+//     that no longer runs), or that are older than QZV_CHECK_STALE_LOCK_SECONDS;
+//   - version files in ".v_ver" ("name.N") whose object "name" is gone: an
+//     object whose file vanished between a new version and its new content is
+//     given its newest version back; a second name of a version left by an
+//     interrupted rename or move is dropped;
 //   - in ".v_imd": edges (v_impadeps) with an end that is not a stored
 //     resource, and resources that no edge between stored resources reaches.
-// Databases are opened only when they exist: a check never creates one.
+// Databases are opened only when they exist: a check never creates one. A
+// database with a journal left by an interrupted change is opened for
+// writing, which rolls the change back as any next writer would; that is
+// recovery, not damage, and is not reported.
+//
+// The walk never follows a symbolic link: a linked directory is not entered
+// and a linked file is not read. Nothing that may be someone's only copy is
+// ever deleted by a repair: what cannot be placed is moved into the folder's
+// quarantine directory ".v_quarantine", which listings hide.
 //
 // Every finding has a severity. Damage (QZV_CHECK_SEVERITY_DAMAGE) is
 // something wrong that stays wrong until it is repaired: a database that is
@@ -29,8 +43,8 @@
 //
 // Run the check while no host is changing the vault. In the middle of an
 // operation a vault can look damaged: an object whose file has just been
-// moved aside as a version looks gone, and a lock held for a long transaction
-// looks stale.
+// moved aside as a version looks gone (and a repair gives it its newest
+// version back).
 //
 // Thread safety: one thread at a time per object.
 #ifndef QZVAULT_CHECK_H_
@@ -73,11 +87,29 @@
 // A folder whose entries cannot be listed; nothing in it is judged. Never
 // repaired. Damage.
 #define QZV_CHECK_KIND_UNREADABLE_FOLDER "unreadable-folder"
-// A ".v_lck" older than QZV_CHECK_STALE_LOCK_SECONDS. Repair removes it.
-// Damage.
+// A ".v_lck" whose holder has ended (a process of this machine that no
+// longer runs, or no holder recorded), or one older than
+// QZV_CHECK_STALE_LOCK_SECONDS whose holder cannot be asked (another
+// machine's). Repair removes it, or moves it into quarantine when it holds
+// something other than a lock record. Damage.
 #define QZV_CHECK_KIND_STALE_LOCK "stale-lock"
-// A version file whose object is gone. Repair removes the file. Damage.
+// A second name of a version file whose object is gone, the file itself
+// still named as a version of an object that is there (left by an
+// interrupted rename or move). Repair removes that name only. Damage.
 #define QZV_CHECK_KIND_ORPHAN_VERSION "orphan-version"
+// Versions of an object whose file is gone (an interrupted version, or a
+// host that ended before writing the new content). Repair gives the object
+// its newest version back as its file. Damage.
+#define QZV_CHECK_KIND_MISSING_OBJECT "missing-object"
+// One of the vault's own files or directories (".v_fmd", ".v_cmd", ".v_imd",
+// their journals, ".v_lck", ".v_ver", ".v_quarantine") that is a symbolic
+// link, a fifo, a device or of the wrong kind; it is never opened or
+// followed. Repair moves it into the folder's quarantine. Damage.
+#define QZV_CHECK_KIND_REFUSED_FILE "refused-file"
+// A database with a journal of an interrupted change that this user cannot
+// roll back (the folder is not writable for the user). Never repaired here:
+// run the check with repair as a user who can write the folder. Damage.
+#define QZV_CHECK_KIND_UNRECOVERED_JOURNAL "unrecovered-journal"
 // An edge of ".v_imd" with a missing resource at either end. Repair deletes
 // the edges (one transaction). Damage.
 #define QZV_CHECK_KIND_DANGLING_EDGE "dangling-edge"

@@ -81,6 +81,24 @@ class QzvFolder {
   // True when the file at that full path exists.
   virtual bool childObjectExist(const QzbString& objectPath) = 0;
 
+  // Appended after the first set of operations, so that hosts built against
+  // those keep working.
+
+  // Who holds this folder's transaction lock, as the lock file records it:
+  // *holder "user (process N on machine, since date)" (empty when there is no
+  // lock or no record) and *state one of "none", "live" (a running process of
+  // this machine), "ended" (a process of this machine that no longer runs),
+  // "elsewhere" (another machine: cannot be asked), "unrecorded" (a lock file
+  // without a record), "foreign" (a file that is not a lock record) or
+  // "refused" (a link or a special file in the lock file's place). Either
+  // pointer may be null. Always true.
+  virtual bool getLockHolder(QzbString* holder, QzbString* state) = 0;
+  // Removes this folder's lock file when its holder has ended, or, with
+  // `force`, whoever holds it (logged at warning level). True when the folder
+  // is then unlocked; false with getErrorMessage naming the holder of a live
+  // lock that was not forced, or a lock file that is not one.
+  virtual bool clearLock(bool force) = 0;
+
  protected:
   virtual ~QzvFolder() = default;
 };

@@ -80,6 +80,13 @@ class QzvImpactAnalysis : public QzImpactAnalysis {
   // release(), and usable after this object is released. Null when memory
   // runs out.
   virtual QzvLineage* getLineage() = 0;
+  // The identity `identity` names once its "%%NAME%%" configuration macros
+  // are replaced by their values from the process configuration, by the same
+  // rules as the dependency queries use (docs/impact-analysis.md). Reads and
+  // records nothing. False, leaving *substituted unchanged, when the text has
+  // no macro, a macro's option is not set, a value refers back to a macro, or
+  // `substituted` is null; none of these is a failure with a message.
+  virtual bool substituteMacros(const QzbString& identity, QzbString* substituted) = 0;
 
  protected:
   ~QzvImpactAnalysis() = default;

@@ -54,6 +54,19 @@ class QzvVault {
   // caller and ended with release(); null ("Out of memory") when it cannot be
   // made.
   virtual QzvVaultCheck* getVaultCheck() = 0;
+  // The file system under the vault's root, for vaults shared across machines
+  // (docs/sharing.md). Each pointer may be null; what it points to is set:
+  //   type: the file system's type ("ext4", "nfs", "cifs", "ceph", "fuse",
+  //         ...), as the platform layer names it (np_fs_info);
+  //   shared: true for a file server's, a cluster's or a FUSE program's file
+  //         system, which other machines may mount too;
+  //   rollbackJournals: true when every metadata database at the root keeps
+  //         a rollback journal, as the library always makes them. Sharing
+  //         across machines needs it: write-ahead logging (which another
+  //         program may have switched on in a database file) does not work
+  //         over a network.
+  // False with getErrorMessage when the root cannot be examined.
+  virtual bool getFileSystem(QzbString* type, bool* shared, bool* rollbackJournals) = 0;
 
  protected:
   virtual ~QzvVault() = default;

@@ -13,6 +13,7 @@ QZ_REQUIRED_PACKAGES=(
   libsqlite3-dev sqlite3
   libgtest-dev libgmock-dev googletest
   libcli11-dev nlohmann-json3-dev uuid-dev
+  libdtl-dev libssl-dev
   graphviz binutils help2man
   clang libclang-rt-dev
 )

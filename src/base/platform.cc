@@ -39,6 +39,8 @@ int np_fio_link(const char* existingPath, const char* newPath) {
   return ops()->fio_link(existingPath, newPath);
 }
 
+int np_fs_info(const char* path, NpFsInfo* info) { return ops()->fs_info(path, info); }
+
 int np_fio_unlink(const char* path) { return ops()->fio_unlink(path); }
 
 int np_fio_lstat(const char* path, NpFileInfo* info) { return ops()->fio_lstat(path, info); }

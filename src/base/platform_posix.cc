@@ -9,6 +9,7 @@
 #include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "platform_fs.h"
 #include "qzbase/platform.h"
 
 struct NpFile {
@@ -701,6 +703,15 @@ void posixMutexDestroy(void* mutex) {
   delete m;
 }
 
+int posixFsInfo(const char* path, NpFsInfo* info) {
+  if (path == nullptr || info == nullptr) return NP_ERR_UNKNOWN;
+  struct statfs status;
+  if (statfs(path, &status) != 0) return lastError(NpCall::kStat);
+  // f_type is signed on some platforms; the magic numbers are 32-bit.
+  npDescribeFileSystem(static_cast<uint64_t>(static_cast<uint32_t>(status.f_type)), info);
+  return NP_OK;
+}
+
 const NpPlatformOps kPosixOps = {
     posixStat,       posixRename,      posixUnlink,      posixOpen,        posixClose,
     posixChperm,     posixDirOpen,     posixDirNext,     posixDirNextStat, posixDirClose,
@@ -708,7 +719,7 @@ const NpPlatformOps kPosixOps = {
     posixUser,       posixSleep,       posixTimeNow,     posixMutexCreate, posixMutexLock,
     posixMutexUnlock, posixMutexDestroy, posixLink,
     posixLstat,      posixFinfo,       posixRenameNoReplace, posixRead, posixWrite,
-    posixTrylock,    posixHost,        posixProcId,      posixProcProbe,
+    posixTrylock,    posixHost,        posixProcId,      posixProcProbe,   posixFsInfo,
 };
 
 }  // namespace

@@ -56,7 +56,17 @@ bool SqliteConnectionImpl::exec(const QzbString& sql, int flags) {
   return rc == SQLITE_OK;
 }
 
-bool SqliteConnectionImpl::isReadOnly() const { return sqlite3_db_readonly(db_, "main") == 1; }
+bool SqliteConnectionImpl::isReadOnly() const {
+  if (sqlite3_db_readonly(db_, "main") == 1) return true;
+  // A connection can also be closed to writes by "PRAGMA query_only", as the
+  // vault does with a database that it keeps in memory only because the
+  // folder cannot hold the file: what is written there would be lost.
+  sqlite3_stmt* stmt = nullptr;
+  if (sqlite3_prepare_v2(db_, "PRAGMA query_only", -1, &stmt, nullptr) != SQLITE_OK) return false;
+  const bool queryOnly = sqlite3_step(stmt) == SQLITE_ROW && sqlite3_column_int(stmt, 0) != 0;
+  sqlite3_finalize(stmt);
+  return queryOnly;
+}
 
 sqlite3_stmt* SqliteConnectionImpl::compile(const QzbString& sql) {
   sqlite3_stmt* stmt = nullptr;

@@ -233,7 +233,8 @@ TEST(FaultPlatform, OpNamesFollowTheTable) {
   EXPECT_STREQ("fio_link", qztest::npOpName(NpOp::kFioLink));
   EXPECT_STREQ("fio_rename_noreplace", qztest::npOpName(NpOp::kFioRenameNoReplace));
   EXPECT_STREQ("proc_probe", qztest::npOpName(NpOp::kProcProbe));
-  EXPECT_EQ(32, qztest::kNpOpCount);
+  EXPECT_STREQ("fs_info", qztest::npOpName(NpOp::kFsInfo));
+  EXPECT_EQ(33, qztest::kNpOpCount);
   EXPECT_EQ(sizeof(NpPlatformOps) / sizeof(void*), static_cast<std::size_t>(qztest::kNpOpCount));
 }
 

@@ -195,6 +195,8 @@ int64_t procId(void) { return next().proc_id(); }
 int procProbe(int64_t processId, uint64_t* startToken) {
   return next().proc_probe(processId, startToken);
 }
+// Reads only: forwarded.
+int fsInfo(const char* path, NpFsInfo* info) { return next().fs_info(path, info); }
 
 const NpPlatformOps kInterceptOps = {
     fioStat,   fioRename,  fioUnlink,   fioOpen,    fioClose,    fioChperm,
@@ -202,7 +204,7 @@ const NpPlatformOps kInterceptOps = {
     dsoLoad,   dsoGetsym,  dsoUnload,   osinfUser,  procSleep,   timeNow,
     mutexCreate, mutexLock, mutexUnlock, mutexDestroy, fioLink,
     fioLstat,  fioFinfo,   fioRenameNoReplace, fioRead, fioWrite, fioTrylock,
-    osinfHost, procId,     procProbe,
+    osinfHost, procId,     procProbe,  fsInfo,
 };
 
 // ---------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include "support/fault_platform.h"
 
 #include <atomic>
+#include <cstdio>
 
 namespace qztest {
 
@@ -207,6 +208,15 @@ int procSleep(int seconds) {
   return real().proc_sleep(seconds);
 }
 
+int fsInfo(const char* path, NpFsInfo* info) {
+  int code;
+  if (shouldFail(NpOp::kFsInfo, &code)) return code;
+  const int result = real().fs_info(path, info);
+  FaultPlatform* active = g_active.load(std::memory_order_acquire);
+  if (result == NP_OK && active != nullptr) active->fakedFileSystem(info);
+  return result;
+}
+
 int64_t timeNow(void) {
   int code;
   if (shouldFail(NpOp::kTimeNow, &code)) return -1;
@@ -244,7 +254,7 @@ const NpPlatformOps kFaultOps = {
     dsoLoad,   dsoGetsym,  dsoUnload,   osinfUser,  procSleep,   timeNow,
     mutexCreate, mutexLock, mutexUnlock, mutexDestroy, fioLink,
     fioLstat,  fioFinfo,   fioRenameNoReplace, fioRead, fioWrite, fioTrylock,
-    osinfHost, procId,     procProbe,
+    osinfHost, procId,     procProbe,  fsInfo,
 };
 
 }  // namespace
@@ -256,7 +266,7 @@ const char* npOpName(NpOp op) {
       "dso_load",   "dso_getsym", "dso_unload",    "osinf_user", "proc_sleep",  "time_now",
       "mutex_create", "mutex_lock", "mutex_unlock", "mutex_destroy", "fio_link",
       "fio_lstat",  "fio_finfo",  "fio_rename_noreplace", "fio_read", "fio_write",
-      "fio_trylock", "osinf_host", "proc_id", "proc_probe",
+      "fio_trylock", "osinf_host", "proc_id", "proc_probe", "fs_info",
   };
   int index = static_cast<int>(op);
   return index >= 0 && index < kNpOpCount ? kNames[index] : "unknown";
@@ -318,6 +328,19 @@ int FaultPlatform::failuresInjected() const {
 }
 
 void FaultPlatform::setSleepEnabled(bool enabled) { sleepEnabled_.store(enabled); }
+
+void FaultPlatform::fakeFileSystem(const char* type, int kind) {
+  fakingFileSystem_ = type != nullptr && type[0] != '\0';
+  if (!fakingFileSystem_) return;
+  std::snprintf(fakeFileSystem_.type, sizeof fakeFileSystem_.type, "%s", type);
+  fakeFileSystem_.kind = kind;
+}
+
+bool FaultPlatform::fakedFileSystem(NpFsInfo* info) const {
+  if (!fakingFileSystem_) return false;
+  *info = fakeFileSystem_;
+  return true;
+}
 
 bool FaultPlatform::countAndCheck(NpOp op, int* code) {
   Slot& slot = slots_[static_cast<int>(op)];

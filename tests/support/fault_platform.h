@@ -74,8 +74,9 @@ enum class NpOp {
   kOsinfHost,
   kProcId,
   kProcProbe,
+  kFsInfo,
 };
-constexpr int kNpOpCount = static_cast<int>(NpOp::kProcProbe) + 1;
+constexpr int kNpOpCount = static_cast<int>(NpOp::kFsInfo) + 1;
 
 // The kind's name as in the np_* layer ("fio_rename"), for test messages.
 const char* npOpName(NpOp op);
@@ -118,6 +119,13 @@ class FaultPlatform {
   // With false, np_proc_sleep returns 0 at once instead of sleeping.
   void setSleepEnabled(bool enabled);
 
+  // Makes np_fs_info report a file system of type `type` (at most 31 bytes)
+  // and kind `kind` (NP_FS_*) for every path that exists, as if the vault
+  // were on a file server or a cluster; an empty type asks the system again.
+  void fakeFileSystem(const char* type, int kind);
+  // The fake of fakeFileSystem, if any: false when there is none.
+  bool fakedFileSystem(NpFsInfo* info) const;
+
   // The table this object installed (for tests that want to wrap it).
   const NpPlatformOps* table() const { return &table_; }
 
@@ -140,6 +148,8 @@ class FaultPlatform {
   FaultPlatform* previousActive_;
   Slot slots_[kNpOpCount];
   std::atomic<bool> sleepEnabled_{true};
+  NpFsInfo fakeFileSystem_{};
+  bool fakingFileSystem_ = false;
 };
 
 }  // namespace qztest

@@ -31,7 +31,7 @@ class CheckCommand : public ::testing::Test {
 
   // Damage that a repair removes: a file deleted behind the vault's back
   // (its cached rows go stale, its fixed rows are orphans), a lock left for two hours, a version file of
-  // an object that is gone.
+  // an object whose file is gone (given back as the object's file).
   void damage() {
     fs::remove(vault_ + "/Data/orders.csv");
     qztool::writeText(vault_ + "/.v_lck", "");
@@ -70,7 +70,7 @@ TEST_F(CheckCommand, FindingsGiveStatusOneUntilRepaired) {
   ToolResult result = runOn(vault_, {"check", "--json"});
   ASSERT_EQ(result.status, 1) << result.describe();
   nlohmann::json document = result.json();
-  EXPECT_EQ(kinds(document), (std::set<std::string>{"orphan-metadata", "stale-cache", "stale-lock", "orphan-version"}));
+  EXPECT_EQ(kinds(document), (std::set<std::string>{"orphan-metadata", "stale-cache", "stale-lock", "missing-object"}));
   for (const auto& finding : document["findings"]) EXPECT_EQ(finding["repaired"], false);
   EXPECT_EQ(document["remaining"], document["findings"].size());
   for (const auto& finding : document["findings"]) EXPECT_EQ(finding["severity"], "damage");
@@ -82,17 +82,19 @@ TEST_F(CheckCommand, FindingsGiveStatusOneUntilRepaired) {
   result = runOn(vault_, {"check"});
   EXPECT_EQ(result.status, 1) << result.describe();
   EXPECT_NE(result.out.find("stale-lock"), std::string::npos) << result.out;
-  EXPECT_NE(result.out.find("Data/.v_ver/old.csv.1"), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find("Data/old.csv"), std::string::npos) << result.out;
   EXPECT_EQ(result.out.find(dir_.path()), std::string::npos) << result.out;
 
   result = runOn(vault_, {"check", "--repair", "--json"});
   ASSERT_EQ(result.status, 0) << result.describe();
   document = result.json();
-  EXPECT_EQ(kinds(document), (std::set<std::string>{"orphan-metadata", "stale-cache", "stale-lock", "orphan-version"}));
+  EXPECT_EQ(kinds(document), (std::set<std::string>{"orphan-metadata", "stale-cache", "stale-lock", "missing-object"}));
   for (const auto& finding : document["findings"]) EXPECT_EQ(finding["repaired"], true);
   EXPECT_EQ(document["remaining"], 0);
   EXPECT_FALSE(fs::exists(vault_ + "/.v_lck"));
+  // The version of the object that is gone became its file again.
   EXPECT_FALSE(fs::exists(vault_ + "/Data/.v_ver/old.csv.1"));
+  EXPECT_EQ(qztest::readFile(vault_ + "/Data/old.csv"), "id\n0\n");
 
   result = runOn(vault_, {"check"});
   EXPECT_EQ(result.status, 0) << result.describe();

@@ -13,7 +13,8 @@
 // Before comparing, both sides are normalised: the real directories become
 // /srv/demo, /srv/inbox and /srv, the build tree's plug-in directory the installed
 // one, every UUID "<uuid>", every date "<date>", every time in seconds
-// "<seconds>", and the user running the test "alice".
+// "<seconds>", the type of the file system `info` names "<file system>",
+// and the user running the test "alice".
 #include <pwd.h>
 #include <unistd.h>
 
@@ -130,11 +131,16 @@ std::string currentUser() {
 // The normalisations that apply to the reference and to the real output.
 std::string normalise(std::string text) {
   static const std::regex uuid("[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}");
+  static const std::regex isoDate(
+      "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}(Z|[+-][0-9]{2}:[0-9]{2})");
   static const std::regex date("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}");
   static const std::regex seconds(R"(\b1[0-9]{9}\b)");
   text = std::regex_replace(text, uuid, "<uuid>");
+  text = std::regex_replace(text, isoDate, "<date>");
   text = std::regex_replace(text, date, "<date>");
   text = std::regex_replace(text, seconds, "<seconds>");
+  static const std::regex fileSystem("(File system: +)[^ ,]+,");
+  text = std::regex_replace(text, fileSystem, "$1<file system>,");
   const std::string user = currentUser();
   if (!user.empty()) text = std::regex_replace(text, std::regex("\\b" + user + "\\b"), "alice");
   return text;
@@ -144,6 +150,12 @@ std::string normalise(std::string text) {
 void makeInbox(const std::string& inbox) {
   qztest::makeDirs(inbox);
   qztool::writeText(inbox + "/returns.csv", "order_id,amount\n1002,-99.50\n");
+  qztool::writeText(inbox + "/orders-fixed.csv",
+                    "order_id,customer_id,amount,order_date\n"
+                    "1001,C001,250.00,2024-03-01\n"
+                    "1002,C002,95.50,2024-03-01\n"
+                    "1003,C001,12.75,2024-03-02\n"
+                    "1004,C003,40.00,2024-03-02\n");
   qztool::writeText(inbox + "/weekly-load.job.def",
                     "{\n"
                     "  \"name\": \"Weekly load\",\n"
@@ -210,9 +222,12 @@ TEST(CliReference, EveryCommandHasAnExample) {
           ++i;
           continue;
         }
-        shown.insert(word == "attr" || word == "version"
-                         ? word + " " + (i + 1 < command.words.size() ? command.words[i + 1] : "")
-                         : word);
+        const std::string next = i + 1 < command.words.size() ? command.words[i + 1] : "";
+        if (word == "attr" || word == "version" || (word == "lineage" && next == "export")) {
+          shown.insert(word + " " + next);
+        } else {
+          shown.insert(word);
+        }
         break;
       }
     }
@@ -221,7 +236,8 @@ TEST(CliReference, EveryCommandHasAnExample) {
        {"init", "info", "ls", "tree", "mkdir", "rmdir", "rename", "fsrename", "mv", "add", "rm",
         "attr list", "attr get", "attr set", "attr clear", "version create", "version list",
         "version rollback", "lock", "unlock", "status", "analyze", "deps", "used-by", "resources",
-        "types", "lineage", "graph", "clean", "demo", "check", "config"}) {
+        "types", "lineage", "lineage export", "graph", "clean", "demo", "check", "config", "log",
+        "show", "diff", "locks"}) {
     EXPECT_EQ(shown.count(command), 1u) << "no example of qzvault " << command;
   }
 }

@@ -81,8 +81,11 @@ TEST_F(JsonOutputTest, LockUnlockAndRollback) {
 
   ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
   ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
+  // The default rollback keeps the current content as the next version.
   EXPECT_EQ(runJson({"version", "rollback", "Data/plan.txt", "1"}),
-            (nlohmann::json{{"path", "Data/plan.txt"}, {"rolledBackTo", 1}, {"versions", 0}}));
+            (nlohmann::json{{"path", "Data/plan.txt"}, {"restored", 1}, {"kept", 3}, {"discarded", false}}));
+  EXPECT_EQ(runJson({"version", "rollback", "Data/plan.txt", "2", "--discard"}),
+            (nlohmann::json{{"path", "Data/plan.txt"}, {"restored", 2}, {"kept", nullptr}, {"discarded", true}}));
 }
 
 TEST_F(JsonOutputTest, RemoveObjectAndFolder) {

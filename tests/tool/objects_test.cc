@@ -61,7 +61,36 @@ TEST_F(ObjectsTest, VersionCreateKeepsTheContent) {
   EXPECT_EQ(text.out.substr(0, 3), "1  ");
 }
 
-TEST_F(ObjectsTest, RollbackRestoresAVersionAndDropsNewerOnes) {
+TEST_F(ObjectsTest, RollbackKeepsTheCurrentContentAsANewVersion) {
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
+  qztool::writeText(dir_.join("second.txt"), "second\n");
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt", "--from", dir_.join("second.txt")}).status, 0);
+  qztool::writeText(dir_.join("third.txt"), "third\n");
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt", "--from", dir_.join("third.txt")}).status, 0);
+  // Versions: 1 "first", 2 "first", 3 "second"; the content is "third".
+  const ToolResult rolled = runOn(vault_, {"version", "rollback", "Data/plan.txt", "3"});
+  ASSERT_EQ(rolled.status, 0) << rolled.describe();
+  EXPECT_EQ(rolled.out, "Kept the current content of Data/plan.txt as version 4; its content is now that of version 3\n");
+  EXPECT_EQ(readFile(object_), "second\n");
+  EXPECT_EQ(readFile(dir_.join("vault/Data/.v_ver/plan.txt.4")), "third\n");
+  EXPECT_EQ(readFile(dir_.join("vault/Data/.v_ver/plan.txt.3")), "second\n");
+  EXPECT_EQ(runOn(vault_, {"version", "list", "Data/plan.txt", "--json"}).json()["versions"].size(), 4u);
+
+  // A gap falls back to the nearest older version, as the library's rollback does.
+  ASSERT_EQ(std::remove(dir_.join("vault/Data/.v_ver/plan.txt.3").c_str()), 0);
+  const ToolResult json = runOn(vault_, {"version", "rollback", "Data/plan.txt", "3", "--json"});
+  ASSERT_EQ(json.status, 0) << json.describe();
+  EXPECT_EQ(json.json(), (nlohmann::json{{"path", "Data/plan.txt"}, {"restored", 2}, {"kept", 5}, {"discarded", false}}));
+  EXPECT_EQ(readFile(object_), "first\n");
+  EXPECT_EQ(readFile(dir_.join("vault/Data/.v_ver/plan.txt.5")), "second\n");
+  // Nothing is left behind in the folder.
+  EXPECT_EQ(qztool::userEntries(qztool::snapshot(dir_.join("vault/Data"))).size(), 1u);
+  for (const auto& entry : qztool::snapshot(dir_.join("vault/Data"))) {
+    EXPECT_EQ(entry.first.find(".rollback-"), std::string::npos) << entry.first;
+  }
+}
+
+TEST_F(ObjectsTest, RollbackWithDiscardRestoresAVersionAndDropsNewerOnes) {
   ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
   qztool::writeText(dir_.join("second.txt"), "second\n");
   ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt", "--from", dir_.join("second.txt")}).status, 0);
@@ -71,13 +100,22 @@ TEST_F(ObjectsTest, RollbackRestoresAVersionAndDropsNewerOnes) {
 
   // Each create kept the content of its time: 1 "first", 2 "first" (the
   // content before --from second), 3 "second".
-  const ToolResult rolled = runOn(vault_, {"version", "rollback", "Data/plan.txt", "3"});
+  const ToolResult rolled = runOn(vault_, {"version", "rollback", "Data/plan.txt", "3", "--discard"});
   ASSERT_EQ(rolled.status, 0) << rolled.describe();
-  EXPECT_TRUE(rolled.out.empty());
+  EXPECT_EQ(rolled.out, "Rolled Data/plan.txt back to version 3; discarded its current content\n");
   EXPECT_EQ(readFile(object_), "second\n");
   EXPECT_EQ(runOn(vault_, {"version", "list", "Data/plan.txt", "--json"}).json()["versions"].size(), 2u);
 
-  ASSERT_EQ(runOn(vault_, {"version", "rollback", "Data/plan.txt", "2"}).status, 0);
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
+  const ToolResult dropped = runOn(vault_, {"version", "rollback", "Data/plan.txt", "1", "--discard"});
+  ASSERT_EQ(dropped.status, 0) << dropped.describe();
+  EXPECT_EQ(dropped.out, "Rolled Data/plan.txt back to version 1; discarded its current content and versions 2 to 3\n");
+  EXPECT_EQ(readFile(object_), "first\n");
+  EXPECT_EQ(runOn(vault_, {"version", "list", "Data/plan.txt", "--json"}).json()["versions"].size(), 0u);
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
+
+  ASSERT_EQ(runOn(vault_, {"version", "rollback", "Data/plan.txt", "2", "--discard"}).status, 0);
   EXPECT_EQ(readFile(object_), "first\n");
   EXPECT_EQ(runOn(vault_, {"version", "list", "Data/plan.txt", "--json"}).json()["versions"].size(), 1u);
 }
@@ -86,6 +124,10 @@ TEST_F(ObjectsTest, RollbackFailures) {
   // Version numbers start at 1: 0 is refused before the library is asked.
   expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "0"}), 2, "version");
   expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "3"}), 1,
+                     "No valid file for rollback operation");
+  expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "0", "--discard"}), 1,
+                     "Invalid rollback version number");
+  expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "3", "--discard"}), 1,
                      "No valid file for rollback operation");
   EXPECT_EQ(readFile(object_), "first\n");
 }

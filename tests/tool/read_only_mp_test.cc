@@ -77,8 +77,33 @@ TEST_F(ReadOnlyVaultTest, ReadingStillWorks) {
   // info says so instead of failing.
   const ToolResult info = asNobody({"info"});
   ASSERT_EQ(info.status, 0) << info.describe();
-  EXPECT_THAT(info.out, ::testing::HasSubstr("UUID:      (cannot be read: Folder " + vault_ + " is read only)"));
+  EXPECT_THAT(info.out, ::testing::HasSubstr("UUID:         (cannot be read: Folder " + vault_ + " is read only)"));
+  // The lock of an object in a folder nobody cannot write is read all the same.
+  const ToolResult status = asNobody({"status", "Data/orders.csv", "--json"});
+  ASSERT_EQ(status.status, 0) << status.describe();
+  EXPECT_FALSE(status.json()["locked"].get<bool>());
+  for (std::vector<std::string> reading : {std::vector<std::string>{"attr", "list", "Data"},
+                                           {"version", "list", "Data/orders.csv"},
+                                           {"locks"},
+                                           {"check"}}) {
+    const ToolResult read = asNobody(reading);
+    EXPECT_EQ(read.status, 0) << ::testing::PrintToString(reading) << read.describe();
+  }
   EXPECT_EQ(snapshot(vault_), before_);
+}
+
+TEST_F(ReadOnlyVaultTest, StatusNamesTheObjectsTheUserCannotWrite) {
+  const ToolResult status = asNobody({"status", "--json"});
+  ASSERT_EQ(status.status, 0) << status.describe();
+  const nlohmann::json report = status.json();
+  EXPECT_EQ(report["objects"], 1);
+  ASSERT_EQ(report["findings"].size(), 1u) << report.dump(2);
+  EXPECT_EQ(report["findings"][0]["kind"], "read-only");
+  EXPECT_EQ(report["findings"][0]["path"], "Data/orders.csv");
+  EXPECT_EQ(snapshot(vault_), before_);
+  // Root may write it: nothing to report. (Root's run may write the caches
+  // any reading command writes, so the snapshot is taken before it.)
+  EXPECT_EQ(runOn(vault_, {"status", "--json"}).json()["findings"].size(), 0u);
 }
 
 }  // namespace

@@ -172,7 +172,7 @@ TEST_F(UsageTest, HelpOfEveryCommandSucceeds) {
       {"attr", "set"}, {"attr", "clear"}, {"version"}, {"version", "create"},
       {"version", "list"}, {"version", "rollback"}, {"lock"}, {"unlock"}, {"status"},
       {"analyze"}, {"deps"}, {"used-by"}, {"resources"}, {"types"}, {"lineage"}, {"clean"},
-      {"demo"}};
+      {"demo"}, {"log"}, {"show"}, {"diff"}, {"lineage", "export"}};
   for (std::vector<std::string> command : commands) {
     command.push_back("--help");
     SCOPED_TRACE(::testing::PrintToString(command));

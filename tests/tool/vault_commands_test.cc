@@ -77,13 +77,28 @@ TEST(InfoCommand, ShowsLibraryVaultAndPlugins) {
   qztool::initVault(vault);
   const ToolResult result = runOn(vault, {"info"});
   ASSERT_EQ(result.status, 0) << result.describe();
-  EXPECT_NE(result.out.find("Library:   Vault Library version 5.6 (build 48)\n"), std::string::npos)
+  EXPECT_NE(result.out.find("Library:      Vault Library version 5.6 (build 48)\n"), std::string::npos)
       << result.out;
-  EXPECT_NE(result.out.find("Vault:     " + vault + "\n"), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find("Vault:        " + vault + "\n"), std::string::npos) << result.out;
   // The tool in the build tree reads the build tree's plug-ins.
-  EXPECT_NE(result.out.find("Plug-ins:  " + qztool::buildPluginDir() + " (build tree)\n"),
+  EXPECT_NE(result.out.find("Plug-ins:     " + qztool::buildPluginDir() + " (build tree)\n"),
             std::string::npos)
       << result.out;
+  // The file system under the vault: a test's temporary directory is local.
+  EXPECT_THAT(result.out, ::testing::MatchesRegex("(.|\n)*\nFile system:  [^ ,]+, local\n(.|\n)*"));
+}
+
+TEST(InfoCommand, JsonDescribesTheFileSystem) {
+  TempDir dir;
+  const std::string vault = dir.join("vault");
+  qztool::initVault(vault);
+  const ToolResult result = runOn(vault, {"info", "--json"});
+  ASSERT_EQ(result.status, 0) << result.describe();
+  const nlohmann::json fileSystem = result.json()["fileSystem"];
+  EXPECT_FALSE(fileSystem["type"].get<std::string>().empty());
+  EXPECT_EQ(fileSystem["shared"], false);
+  EXPECT_EQ(fileSystem["rollbackJournals"], true);
+  EXPECT_EQ(fileSystem["supportedSharedMode"], true);
 }
 
 TEST(InfoCommand, JsonListsTheLoadedPlugins) {

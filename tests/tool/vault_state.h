@@ -62,6 +62,7 @@ inline std::vector<std::string> databaseRows(const std::string& path) {
     }
     sqlite3_finalize(statement);
   }
+  sqlite3_close(db);
   std::sort(rows.begin(), rows.end());
   return rows;
 }

@@ -29,12 +29,18 @@ QzbString QzvVaultCheckImpl::getErrorMessage() { return errorMessage_; }
 bool QzvVaultCheckImpl::readFolder(const std::string& directory, QzviCheckFolder* folder,
                                    std::vector<std::string>* subdirectories, QzbString* error) {
   QzviFileList list;
-  if (!list.init(QzbString(directory.c_str()), QZVI_LIST_ALL_ENTRIES, error)) return false;
+  if (!list.init(QzbString(directory.c_str()), 0, error)) return false;
   folder->directory = directory;
   std::vector<std::string> names;
   while (list.next()) {
     const std::string name = list.getName().toStdString();
-    if (list.isDir()) {
+    if (list.isVaultItem()) {
+      folder->vaultNames.push_back(name);
+    } else if (list.isLink()) {
+      // Never entered, never read: a link may lead out of the vault or round
+      // in a loop.
+      folder->links.insert(name);
+    } else if (list.isDir()) {
       folder->directories.emplace(name, list.getTimestampLong());
       names.push_back(name);
     } else {
@@ -46,30 +52,34 @@ bool QzvVaultCheckImpl::readFolder(const std::string& directory, QzviCheckFolder
   return true;
 }
 
-void QzvVaultCheckImpl::checkFolder(const QzviCheckFolder& folder, bool isRoot,
+void QzvVaultCheckImpl::checkFolder(QzviCheckFolder* folder, bool isRoot,
                                     QzviCheckReport* report) {
-  NpStat status;
-  const std::string fixedPath = qzviCheckJoin(folder.directory, QZVI_FIXED_METADATA_FILE);
-  if (np_fio_stat(fixedPath.c_str(), &status) == NP_OK) {
+  // The vault's own files first: what is not what it should be is never
+  // opened. Then the lock, then the versions, so that an object given back
+  // its newest version keeps its rows when those are judged.
+  qzviCheckVaultFiles(*folder, isRoot, report);
+  qzviCheckLockFile(*folder, report);
+  qzviCheckVersionFiles(folder, report);
+  NpFileInfo status;
+  const std::string fixedPath = qzviCheckJoin(folder->directory, QZVI_FIXED_METADATA_FILE);
+  if (np_fio_lstat(fixedPath.c_str(), &status) == NP_OK && status.type == NP_TYPE_FILE) {
     SqliteConnection* db = qzviCheckOpenDatabase(fixedPath, report);
     if (db != nullptr) {
-      qzviCheckFixedRows(db, folder, report);
+      qzviCheckFixedRows(db, *folder, report);
       db->close(0);
     }
   }
-  const std::string cachedPath = qzviCheckJoin(folder.directory, QZVI_CACHED_METADATA_FILE);
-  if (np_fio_stat(cachedPath.c_str(), &status) == NP_OK) {
+  const std::string cachedPath = qzviCheckJoin(folder->directory, QZVI_CACHED_METADATA_FILE);
+  if (np_fio_lstat(cachedPath.c_str(), &status) == NP_OK && status.type == NP_TYPE_FILE) {
     SqliteConnection* db = qzviCheckOpenDatabase(cachedPath, report);
     if (db != nullptr) {
-      qzviCheckCachedRows(db, folder, report);
+      qzviCheckCachedRows(db, *folder, report);
       db->close(0);
     }
   }
-  qzviCheckLockFile(folder, report);
-  qzviCheckVersionFiles(folder, report);
   if (!isRoot) return;
-  const std::string impactPath = qzviCheckJoin(folder.directory, QZVI_IMPACT_METADATA_FILE);
-  if (np_fio_stat(impactPath.c_str(), &status) == NP_OK) {
+  const std::string impactPath = qzviCheckJoin(folder->directory, QZVI_IMPACT_METADATA_FILE);
+  if (np_fio_lstat(impactPath.c_str(), &status) == NP_OK && status.type == NP_TYPE_FILE) {
     SqliteConnection* db = qzviCheckOpenDatabase(impactPath, report);
     if (db != nullptr) {
       qzviCheckLineageStore(db, impactPath, report);
@@ -100,7 +110,7 @@ QzvItemList* QzvVaultCheckImpl::check(bool repair) {
         report.add(QZV_CHECK_KIND_UNREADABLE_FOLDER, directory, error.toStdString(), false);
         continue;
       }
-      checkFolder(folder, isRoot, &report);
+      checkFolder(&folder, isRoot, &report);
       isRoot = false;
       pending.insert(pending.end(), subdirectories.rbegin(), subdirectories.rend());
     }

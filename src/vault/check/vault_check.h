@@ -12,6 +12,7 @@
 #include <functional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "qzbase/log.h"
@@ -29,13 +30,16 @@ struct QzviCheckFinding {
 };
 
 // What the walk found in one folder: its directory and its entries (vault
-// files left out), each with its modification time in seconds.
+// files apart), each with its modification time in seconds. Symbolic links
+// are entries of their own, never followed.
 struct QzviCheckFolder {
   std::string directory;
   std::unordered_map<std::string, int64_t> files;
   std::unordered_map<std::string, int64_t> directories;
+  std::unordered_set<std::string> links;
+  std::vector<std::string> vaultNames;  // the vault's own entries, by name
   bool has(const std::string& name) const {
-    return files.count(name) != 0 || directories.count(name) != 0;
+    return files.count(name) != 0 || directories.count(name) != 0 || links.count(name) != 0;
   }
 };
 
@@ -88,8 +92,18 @@ void qzviCheckReportRows(SqliteConnection* db, const char* kind,
 // check and, when repairing, rebuilds the indexes of a database that fails
 // it. Returns the open connection (closed by the caller with close(0)) when
 // the database is sound or was repaired, so that its rows can be judged; null
-// after a finding that was not repaired. Opened read-only unless repairing.
+// after a finding that was not repaired. Opened read-only unless repairing,
+// or unless a journal of an interrupted change is to be rolled back.
 SqliteConnection* qzviCheckOpenDatabase(const std::string& path, QzviCheckReport* report);
+
+// Moves `path` into the quarantine directory of the folder `directory`
+// (made when missing), under its own name or a free variant of it. Appends
+// what happened to *detail; false when it could not be moved.
+bool qzviCheckQuarantine(const std::string& directory, const std::string& path,
+                         std::string* detail);
+// The vault's own files and directories of the folder that are links,
+// fifos, devices or of the wrong kind; the root's lineage store with them.
+void qzviCheckVaultFiles(const QzviCheckFolder& folder, bool isRoot, QzviCheckReport* report);
 
 // v_object and v_attr rows of a folder's ".v_fmd" for names not in the folder.
 void qzviCheckFixedRows(SqliteConnection* db, const QzviCheckFolder& folder,
@@ -98,10 +112,14 @@ void qzviCheckFixedRows(SqliteConnection* db, const QzviCheckFolder& folder,
 // whose modification time differs from the cached one.
 void qzviCheckCachedRows(SqliteConnection* db, const QzviCheckFolder& folder,
                          QzviCheckReport* report);
-// The folder's ".v_lck" when it is older than QZV_CHECK_STALE_LOCK_SECONDS.
+// The folder's ".v_lck" when its holder has ended, or when it is older than
+// QZV_CHECK_STALE_LOCK_SECONDS and its holder cannot be asked; and records
+// of lockings that were interrupted.
 void qzviCheckLockFile(const QzviCheckFolder& folder, QzviCheckReport* report);
-// Version files of the folder's ".v_ver" whose object is gone.
-void qzviCheckVersionFiles(const QzviCheckFolder& folder, QzviCheckReport* report);
+// Version files of the folder's ".v_ver" whose object is gone. An object
+// given back its newest version is added to the folder's files, so that its
+// rows are judged as those of a file that is there.
+void qzviCheckVersionFiles(QzviCheckFolder* folder, QzviCheckReport* report);
 // Dangling edges and unused resources of the root's ".v_imd" at `path`.
 void qzviCheckLineageStore(SqliteConnection* db, const std::string& path,
                            QzviCheckReport* report);
@@ -122,7 +140,7 @@ class QzvVaultCheckImpl final : public QzvVaultCheck {
   // directory cannot be listed.
   static bool readFolder(const std::string& directory, QzviCheckFolder* folder,
                          std::vector<std::string>* subdirectories, QzbString* error);
-  void checkFolder(const QzviCheckFolder& folder, bool isRoot, QzviCheckReport* report);
+  void checkFolder(QzviCheckFolder* folder, bool isRoot, QzviCheckReport* report);
 
   QzviVaultContext* vault_;
   QzLogger* logger_;

@@ -5,6 +5,7 @@
 // is never touched, since it may be someone's data under a vault file's name.
 #include <string>
 
+#include "qzbase/platform.h"
 #include "qzbase/sqlite.h"
 #include "vault_check.h"
 
@@ -41,8 +42,26 @@ std::string integrityProblems(SqliteConnection* db) {
 }  // namespace
 
 SqliteConnection* qzviCheckOpenDatabase(const std::string& path, QzviCheckReport* report) {
+  // A journal left by an interrupted change is rolled back by the next
+  // writer that opens the database: opening for writing is the recovery
+  // every host does, and no damage. Only a user who cannot write the folder
+  // cannot do it; that is said once, with what to run.
+  const std::string journal = path + "-journal";
+  NpFileInfo journalStatus;
+  const bool interrupted = np_fio_lstat(journal.c_str(), &journalStatus) == NP_OK &&
+                           journalStatus.type == NP_TYPE_FILE && journalStatus.size > 0;
   SqliteConnection* db = openSqliteDatabase(
-      path.c_str(), report->repair() ? QZ_SQLITE_OPEN_READWRITE : QZ_SQLITE_OPEN_READONLY);
+      path.c_str(),
+      report->repair() || interrupted ? QZ_SQLITE_OPEN_READWRITE : QZ_SQLITE_OPEN_READONLY);
+  if (db != nullptr && interrupted && db->isReadOnly()) {
+    report->add(QZV_CHECK_KIND_UNRECOVERED_JOURNAL, path,
+                "an interrupted change left the journal " + journal +
+                    ", which only a user who can write the folder can roll back; run "
+                    "'qzvault check --repair' as such a user",
+                false);
+    db->close(0);
+    return nullptr;
+  }
   if (db == nullptr) {
     const std::string reason = getSqliteErrorMessage();
     if (reason == kNotADatabase) {

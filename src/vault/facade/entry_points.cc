@@ -78,7 +78,9 @@ QzvVault* createVault(const char* rootPath) {
     failCreation("Failed to create metadata plugins");
     return nullptr;
   }
-  return new QzvVaultImpl(QzbString(rootPath), registry, pluginPath);
+  QzvVaultImpl* vault = new QzvVaultImpl(QzbString(rootPath), registry, pluginPath);
+  vault->warnIfShared();
+  return vault;
 }
 
 }  // namespace

@@ -29,6 +29,11 @@ class QzvVaultImpl final : public QzvVault, public QzviVaultContext {
   int getPluginCount() override;
   bool getPluginInfo(int index, QzbString* typeName, QzbString* description) override;
   QzvVaultCheck* getVaultCheck() override;
+  bool getFileSystem(QzbString* type, bool* shared, bool* rollbackJournals) override;  // vault_sharing.cc
+
+  // Logs a warning (level 4) when the vault lies on a file system that other
+  // machines may share; createVaultInstance calls it once per vault.
+  void warnIfShared();
 
   // The stock-folder table (stock_folders.h), for callers that know the vault.
   static QzbString getStockFilterString(int id) { return qzviStockFilterString(id); }

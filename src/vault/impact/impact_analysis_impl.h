@@ -62,6 +62,7 @@ class QzvImpactAnalysisImpl final : public QzvImpactAnalysis {
                       const QzbString& newName) override;
   bool removeResourceIfNotUsed(QzResource* resource) override;
   QzvLineage* getLineage() override;  // lineage_impl.cc
+  bool substituteMacros(const QzbString& identity, QzbString* substituted) override;  // impact_macros.cc
 
   // Store access and transactions.
   bool getNextId(QzbDatavar* id);

@@ -112,6 +112,14 @@ bool QzvImpactAnalysisImpl::getSubst(const QzbString& input, QzbString* output) 
   }
 }
 
+bool QzvImpactAnalysisImpl::substituteMacros(const QzbString& identity, QzbString* substituted) {
+  if (substituted == nullptr) return false;
+  QzbString result;
+  if (!getSubst(identity, &result)) return false;
+  *substituted = result;
+  return true;
+}
+
 QzResource* QzvImpactAnalysisImpl::getMacroResolvedResource(const QzbString& type,
                                                             const QzbString& identity) {
   if (identity.isEmpty()) return nullptr;

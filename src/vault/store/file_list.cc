@@ -29,12 +29,15 @@ namespace {
 const std::size_t kLeafBufferSize = 256;
 const std::size_t kFullNameBufferSize = NP_PATH_MAX + 1;
 
-// Directory-open flags for the mode bits: always list with status, files only
-// for bit 1, directories for bit 2 (both bits: every entry).
+// Directory-open flags for the mode bits: always list with status and
+// without following links, files only for bit 1, directories for bit 2 (both
+// bits: every entry). Files and links together are filtered here, not by
+// the platform.
 int directoryOpenFlags(int mode) {
-  int flags = NP_DIR_LIST | NP_DIR_STAT;                     // 5
-  if ((mode & QZVI_LIST_FILES) != 0) flags |= NP_DIR_FILES;  // 7
-  if ((mode & QZVI_LIST_DIRS) != 0) flags |= NP_DIR_DIRS;    // 21, or 23 with bit 1
+  int flags = NP_DIR_LIST | NP_DIR_STAT | NP_DIR_NOFOLLOW;
+  const bool withLinks = (mode & QZVI_LIST_LINKS) != 0;
+  if ((mode & QZVI_LIST_FILES) != 0 && !withLinks) flags |= NP_DIR_FILES;
+  if ((mode & QZVI_LIST_DIRS) != 0) flags |= NP_DIR_DIRS;
   return flags;
 }
 
@@ -102,6 +105,7 @@ QzviFileList::QzviFileList()
       fullName_(nullptr),
       leafName_(nullptr),
       isDir_(false),
+      isLink_(false),
       hasEntry_(false),
       timestamp_(0),
       mode_(0),
@@ -166,6 +170,12 @@ bool QzviFileList::next() {
     }
     np_fio_pparse(fullName_, nullptr, 0, leafName_, kLeafBufferSize);
     isDir_ = entry.type == NP_TYPE_DIRECTORY;
+    isLink_ = entry.type == NP_TYPE_LINK;
+    // Files and links: what is neither (a fifo, a device) is left out.
+    if ((mode_ & QZVI_LIST_LINKS) != 0 && (mode_ & QZVI_LIST_FILES) != 0 &&
+        (mode_ & QZVI_LIST_DIRS) == 0 && entry.type != NP_TYPE_FILE && !isLink_) {
+      continue;
+    }
     timestamp_ = entry.mtime;
     isVaultItem_ = isVaultFile(leafName_);
     hasEntry_ = true;
@@ -185,6 +195,8 @@ QzbString QzviFileList::getFullPathName() const {
 
 bool QzviFileList::isDir() const { return hasEntry_ && isDir_; }
 
+bool QzviFileList::isLink() const { return hasEntry_ && isLink_; }
+
 bool QzviFileList::isVaultItem() const { return hasEntry_ && isVaultItem_; }
 
 QzbDate QzviFileList::getTimestamp() const {
@@ -194,7 +206,8 @@ QzbDate QzviFileList::getTimestamp() const {
 int64_t QzviFileList::getTimestampLong() const { return hasEntry_ ? timestamp_ : 0; }
 
 bool QzviFileList::isReadOnly() const {
-  if (!hasEntry_) return true;
+  // A link is not probed through: that would follow it.
+  if (!hasEntry_ || isLink_) return true;
   return np_fio_open(fullName_, NP_FIO_PROBE_WRITE, nullptr) != NP_OK;
 }
 

@@ -2,6 +2,11 @@
 //
 // A vault file is any entry whose name begins with "." (".v_fmd", ".v_cmd",
 // ".v_imd", ".v_lck", ".v_ver", SQLite's journals, ...); listings hide them.
+//
+// Listings never follow symbolic links: a link is an entry of its own
+// (isLink), neither a file nor a directory, whatever it points to; so no walk
+// of the vault enters a linked directory (out of the vault, or into a loop),
+// and no file is read through a link.
 #ifndef QZVAULT_SRC_STORE_FILE_LIST_H_
 #define QZVAULT_SRC_STORE_FILE_LIST_H_
 
@@ -16,6 +21,7 @@
 #define QZVI_LIST_DIRS 2         // directories only (flags 21, or 23 with bit 1)
 #define QZVI_LIST_SKIP_VAULT 4   // leave out vault files
 #define QZVI_LIST_ONLY_VAULT 8   // return only vault files
+#define QZVI_LIST_LINKS 16       // with QZVI_LIST_FILES: symbolic links too
 // The combinations the library uses.
 #define QZVI_LIST_ALL_ENTRIES 4  // every entry, vault files left out
 #define QZVI_LIST_OBJECTS 5      // files, vault files left out
@@ -40,6 +46,8 @@ class QzviFileList {
   // The current entry as read (the directory joined with the leaf), or null.
   QzbString getFullPathName() const;
   bool isDir() const;
+  // The entry is a symbolic link (never a file or a directory then).
+  bool isLink() const;
   bool isVaultItem() const;
   QzbDate getTimestamp() const;
   int64_t getTimestampLong() const;
@@ -53,6 +61,7 @@ class QzviFileList {
   char* fullName_;
   char* leafName_;
   bool isDir_;
+  bool isLink_;
   bool hasEntry_;
   int64_t timestamp_;
   int mode_;

@@ -18,6 +18,7 @@
 #include "qzbase/config.h"
 #include "qzbase/path.h"
 #include "qzbase/platform.h"
+#include "vault_files.h"
 
 namespace {
 
@@ -161,6 +162,23 @@ PublishResult publishDatabaseFile(const QzbString& tempPath, const QzbString& pa
   return PublishResult::kFailed;
 }
 
+// SQLite opens a database's journal by name beside it, following links and
+// waiting on fifos: a journal ("-journal", or "-wal" of a database in
+// write-ahead mode) that is not a regular file refuses the database. False
+// with the reason in *reason.
+bool journalsAreFiles(const QzbString& path, QzbString* reason) {
+  for (const char* suffix : {"-journal", "-wal"}) {
+    QzbString journal = path;
+    journal.append(suffix);
+    QzbString what;
+    if (qzviExamineVaultFile(journal, false, &what) == QzviVaultFileState::kRefused) {
+      *reason = qzbStringFormat("its journal %s is %s", journal.asCstr(), what.asCstr());
+      return false;
+    }
+  }
+  return true;
+}
+
 // Opens an existing database file. Null, with the reason in *errorOut, when
 // it cannot be opened.
 SqliteConnection* openExistingFile(const QzbString& path, QzbString* errorOut) {
@@ -266,7 +284,17 @@ SqliteConnection* qzviOpenDB(const QzbString& directory, const char* fileName,
   }
 
   if (!bypass) {
-    if (np_fio_stat(path.asCstr(), nullptr) != NP_ERR_NOT_FOUND) {
+    // Never through a link, never a fifo or a device (which would hang the
+    // open), and never beside a journal that is one of those.
+    QzbString reason;
+    const QzviVaultFileState state = qzviExamineVaultFile(path, false, &reason);
+    if (state == QzviVaultFileState::kRefused ||
+        !journalsAreFiles(path, &reason)) {
+      qzviDebugLog(qzbStringFormat("Open Sqlite DB %s failed", path.asCstr()));
+      setError(errorOut, qzbStringFormat("Error opening %s: %s", path.asCstr(), reason.asCstr()));
+      return nullptr;
+    }
+    if (state == QzviVaultFileState::kPresent) {
       // An existing file is used as it is, whatever it holds; no fall-back.
       return openExistingFile(path, errorOut);
     }
@@ -291,6 +319,11 @@ SqliteConnection* qzviOpenDB(const QzbString& directory, const char* fileName,
     reportSchemaFailure(path, message, errorOut);
     return nullptr;
   }
+  // Only a database kept in memory on purpose takes writes. One that stands
+  // in for a file the folder cannot hold is read-only, so that every change
+  // is refused as it is in a read-only folder, instead of reporting success
+  // for rows that vanish with the vault.
+  if (!bypass) connection->exec(QzbString("PRAGMA query_only = ON", true), 0);
   return connection;
 }
 

@@ -6,8 +6,14 @@
 // impact-analysis database ".v_imd". A missing database is created with its
 // schema at the first open; an existing one is opened as it is. A directory
 // that cannot hold a file gets a private in-memory database instead, kept in
-// the vault's MemDBCache for the vault's life; so does every database while
-// the configuration key "QZVLT/BYPASS" has a non-empty value.
+// the vault's MemDBCache for the vault's life, empty and read-only (every
+// write to it is refused as in a read-only folder, since nothing written
+// there would be kept); every database is kept in memory, and writable,
+// while the configuration key "QZVLT/BYPASS" has a non-empty value.
+//
+// A database file is never opened through a symbolic link, nor when it or
+// its journal is a fifo, a device or a directory: the open fails with a
+// message naming the file.
 //
 // Callers open per operation and close before they return; connections are
 // not shared between threads.

@@ -20,6 +20,7 @@
 #include "statements.h"
 #include "time_util.h"
 #include "vault_context.h"
+#include "vault_files.h"
 
 namespace {
 
@@ -163,7 +164,11 @@ bool QzvFolderImpl::fsRename(const QzbString& newDirectoryName) {
   if (isTakenByAnother(newPath, path_)) {
     return fail(qzbStringFormat("Directory %s already exists", newPath.asCstr()));
   }
-  if (np_fio_rename(path_.asCstr(), newPath.asCstr()) != NP_OK) {
+  // Never over another directory, even one that appeared since the test. Its
+  // own name needs no rename (and a rename that never replaces would refuse
+  // it as taken).
+  if (newPath.compare(path_, true) != 0 &&
+      np_fio_rename_noreplace(path_.asCstr(), newPath.asCstr()) != NP_OK) {
     return fail(QzbString("Rename operation failed", true));
   }
   path_ = newPath;
@@ -251,13 +256,22 @@ bool QzvFolderImpl::moveSelf(const QzvFolder* target) {
   const QzbString targetPath = target != nullptr ? target->getPath() : QzbString();
   const QzbString newPath = qzbConcatPath(targetPath, directoryName);
   if (newPath.isNull()) return fail(QzbString("Folder rename: Error building new path", true));
+  // Into a folder of this vault, reached without a link.
+  QzbString outside;
+  if (!qzviIsInsideVault(vault_->rootPath(), targetPath, true, &outside)) return fail(outside);
   if (isTakenByAnother(newPath, path_)) {
     return fail(qzbStringFormat("Directory %s already exists", newPath.asCstr()));
   }
 
   // A folder moved into itself or below itself is refused by the platform
-  // with "invalid path".
-  const int moved = np_fio_rename(path_.asCstr(), newPath.asCstr());
+  // with "invalid path". One moved into the folder it is in stays where it
+  // is (a rename that never replaces would refuse its own name as taken).
+  const int moved = newPath.compare(path_, true) == 0
+                        ? NP_OK
+                        : np_fio_rename_noreplace(path_.asCstr(), newPath.asCstr());
+  if (moved == NP_ERR_EXISTS) {
+    return fail(qzbStringFormat("Directory %s already exists", newPath.asCstr()));
+  }
   if (moved != NP_OK) {
     const char* format;
     switch (moved) {
@@ -313,6 +327,27 @@ bool QzvFolderImpl::deleteSelf() {
     while (entries.next()) {
       if (!entries.isVaultItem()) return fail(QzbString("Can't delete a non-empty folder", true));
       vaultEntries.push_back({entries.getFullPathName(), entries.isDir()});
+    }
+  }
+
+  // Versions and quarantined files are content: the versions of objects
+  // that are gone, what the vault check could not place. A folder that
+  // still keeps some is not deleted with them.
+  for (const VaultEntry& entry : vaultEntries) {
+    if (!entry.isDirectory) continue;
+    QzbString leaf;
+    qzbParsePath(entry.path, &leaf);
+    if (leaf.compare(QZVI_VERSION_DIRECTORY, true) != 0 &&
+        leaf.compare(QZVI_QUARANTINE_DIRECTORY, true) != 0) {
+      continue;
+    }
+    QzviFileList inner;
+    if (!inner.init(entry.path, 0, &listError)) return fail(listError);
+    if (inner.next()) {
+      return fail(qzbStringFormat(
+          "Can't delete a folder that still keeps files in %s (versions of objects that are "
+          "gone, or files the vault check set aside)",
+          entry.path.asCstr()));
     }
   }
 

@@ -12,6 +12,7 @@
 #include "qzbase/path.h"
 #include "qzbase/platform.h"
 #include "vault_context.h"
+#include "vault_files.h"
 
 QzvFolder* qzviMakeFolder(QzviVaultContext* context, const QzbString& path,
                           const QzbString& filter, QzbString* error) {
@@ -60,7 +61,15 @@ QzbString QzvFolderImpl::getName() {
 bool QzvFolderImpl::tranLock() {
   // The lock is per folder object: a second tranLock while this object holds
   // it succeeds at once instead of waiting for itself.
-  if (lockHandle_ == nullptr) lockHandle_ = qzviLockFolder(path_);
+  if (lockHandle_ == nullptr) {
+    // A lock held by another process names its holder in the message.
+    QzbString whyNot;
+    lockHandle_ = qzviLockFolder(path_, &whyNot);
+    if (lockHandle_ == nullptr) {
+      errorMessage_ = whyNot;
+      QZVI_LOG_TEXT(vault_->logger(), QZLOG_WARN, errorMessage_.asCstr());
+    }
+  }
   return lockHandle_ != nullptr;
 }
 
@@ -104,6 +113,12 @@ QzvFolder* QzvFolderImpl::getChildFolder(const QzbString& name) {
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return nullptr;
   }
+  // A folder of this vault only: never one reached through a symbolic link
+  // (out of the vault, or round in a loop), never the vault's own files.
+  if (!qzviIsInsideVault(vault_->rootPath(), childPath, false, &errorMessage_)) {
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return nullptr;
+  }
   // Only existence is checked: a regular file of that name makes a folder
   // too, and its listings then fail.
   const int status = np_fio_stat(childPath.asCstr(), nullptr);
@@ -138,6 +153,13 @@ QzvObject* QzvFolderImpl::getChildObject(const QzbString& objectPath) {
   QzLogger* logger = vault_->logger();
   QZVI_LOG(logger, QZLOG_TRACE, "Entering getChildObject \"%s\" on folder \"%s\".",
            objectPath.asCstr(), path_.asCstr());
+  // An object of this vault only: a file inside the root, reached without a
+  // symbolic link, and not one of the vault's own files, whose deletion or
+  // renaming would lose the vault's metadata or a file outside.
+  if (!qzviIsInsideVault(vault_->rootPath(), objectPath, false, &errorMessage_)) {
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return nullptr;
+  }
   QzvObjectImpl* object = new (std::nothrow) QzvObjectImpl();
   if (object == nullptr) {
     errorMessage_ = QzbString("Out of memory", true);
@@ -173,4 +195,41 @@ QzvObject* QzvFolderImpl::getChildObject(const QzbString& objectPath) {
 
 bool QzvFolderImpl::childObjectExist(const QzbString& objectPath) {
   return np_fio_stat(objectPath.asCstr(), nullptr) == NP_OK;
+}
+
+bool QzvFolderImpl::getLockHolder(QzbString* holder, QzbString* state) {
+  QzviLockHolder recorded;
+  const QzviLockState found = qzviReadFolderLock(path_, &recorded);
+  const char* name = "none";
+  bool described = true;
+  switch (found) {
+    case QzviLockState::kNone: name = "none"; described = false; break;
+    case QzviLockState::kLive: name = "live"; break;
+    case QzviLockState::kEnded: name = "ended"; break;
+    case QzviLockState::kElsewhere: name = "elsewhere"; break;
+    case QzviLockState::kUnrecorded: name = "unrecorded"; described = false; break;
+    case QzviLockState::kForeign: name = "foreign"; described = false; break;
+    case QzviLockState::kRefused: name = "refused"; described = false; break;
+  }
+  if (state != nullptr) *state = QzbString(name);
+  if (holder != nullptr) {
+    *holder = described ? QzbString::fromStdString(qzviDescribeLockHolder(recorded))
+                        : QzbString("", true);
+  }
+  return true;
+}
+
+bool QzvFolderImpl::clearLock(bool force) {
+  // A lock this folder object holds itself is given up the ordinary way.
+  if (lockHandle_ != nullptr) {
+    tranUnlock();
+    return true;
+  }
+  QzbString error;
+  if (!qzviClearFolderLock(path_, force, &error)) {
+    errorMessage_ = error;
+    QZVI_LOG_TEXT(vault_->logger(), QZLOG_WARN, errorMessage_.asCstr());
+    return false;
+  }
+  return true;
 }

@@ -59,6 +59,8 @@ class QzvFolderImpl final : public QzvFolder {
   void setCurrentFilter(const QzbString& filter) override;
   void setCurrentFilter(int stockId) override;
   bool childObjectExist(const QzbString& objectPath) override;
+  bool getLockHolder(QzbString* holder, QzbString* state) override;
+  bool clearLock(bool force) override;
 
   // Makes sure the folder has "_CREATIONDATE" (the directory's status-change
   // time when first stamped; never moved afterwards) and "_MODIFIEDDATE"; a

@@ -8,12 +8,19 @@
 #include "object_impl.h"
 #include "time_util.h"
 #include "vault_context.h"
+#include "vault_files.h"
 
 QzvObject* QzvFolderImpl::createObjectFromFile(const QzbString& fileName,
                                                const QzbString& displayName) {
   QzLogger* logger = vault_->logger();
   QZVI_LOG(logger, QZLOG_TRACE, "Entering createObjectFromFile on folder \"%s\".",
            path_.asCstr());
+  // A plain name of this folder: never a path elsewhere, never one of the
+  // vault's own files.
+  if (!qzviIsObjectFileName(fileName, &errorMessage_)) {
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return nullptr;
+  }
   QzvObjectImpl* object = new (std::nothrow) QzvObjectImpl();
   if (object == nullptr) {
     errorMessage_ = QzbString("Out of memory", true);
@@ -39,6 +46,10 @@ QzvObject* QzvFolderImpl::createObjectFromFile(const QzbString& fileName,
 QzvObject* QzvFolderImpl::createObject(const QzbString& fileName, const QzbString& displayName) {
   QzLogger* logger = vault_->logger();
   QZVI_LOG(logger, QZLOG_TRACE, "Entering createObject on folder \"%s\".", path_.asCstr());
+  if (!qzviIsObjectFileName(fileName, &errorMessage_)) {
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return nullptr;
+  }
   QzvObjectImpl* object = new (std::nothrow) QzvObjectImpl();
   if (object == nullptr) {
     errorMessage_ = QzbString("Out of memory", true);

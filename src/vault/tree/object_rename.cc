@@ -26,6 +26,8 @@
 #include "statements.h"
 #include "time_util.h"
 #include "vault_context.h"
+#include "vault_files.h"
+#include "version_moves.h"
 
 namespace {
 
@@ -242,6 +244,12 @@ void QzvObjectImpl::withdrawFromImpactAnalysis() {
 
 bool QzvObjectImpl::fileRename(const QzbString& newFileName) {
   QzLogger* logger = vault_->logger();
+  // The new name stays a plain name of this folder: never a path elsewhere,
+  // never one of the vault's own files.
+  if (!qzviIsObjectFileName(newFileName, &errorMessage_)) {
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return false;
+  }
   const QzbString newPath = qzbConcatPath(folderPath_, newFileName);
   if (newPath.isNull()) {
     errorMessage_ = QzbString("Failed to build path for rename", true);
@@ -250,21 +258,43 @@ bool QzvObjectImpl::fileRename(const QzbString& newFileName) {
   }
   // A change of letter case alone must be allowed where the file system
   // ignores case, and there the new name always "exists".
-  if (fileName_.compare(newFileName, false) == 0) {
+  const bool caseChange = fileName_.compare(newFileName, false) == 0;
+  if (caseChange) {
     QZVI_LOG(logger, QZLOG_DEBUG, "Case change in name of file: %S , to %S", &fileName_,
              &newFileName);
-  } else if (np_fio_stat(newPath.asCstr(), nullptr) == NP_OK) {
+  } else if (np_fio_lstat(newPath.asCstr(), nullptr) == NP_OK) {
     errorMessage_ = QzbString("A file by that name already exists", true);
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
 
+  // The versions that follow the file, found before anything changes.
+  QzviVersionMove::Moves moves;
+  const int highest = getHighestVersion();
+  for (int version = 1; version <= highest; ++version) {
+    const QzbString versionPath = getVersionFileName(version, nullptr);
+    if (versionPath.isNull()) continue;
+    const QzbString renamedVersion = replVerFile(versionPath, newFileName);
+    if (!renamedVersion.isNull()) moves.emplace_back(versionPath, renamedVersion);
+  }
+
   withdrawFromImpactAnalysis();
 
-  const int renamed = np_fio_rename(fullPath_.asCstr(), newPath.asCstr());
+  QzviVersionMove versions;
+  if (!versions.prepare(moves, caseChange, &errorMessage_)) {
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return false;
+  }
+  // Never over another file: one that appeared since the test above (another
+  // process choosing the same name) keeps its content, and this rename fails.
+  const int renamed = caseChange ? np_fio_rename(fullPath_.asCstr(), newPath.asCstr())
+                                 : np_fio_rename_noreplace(fullPath_.asCstr(), newPath.asCstr());
   if (renamed != NP_OK) {
-    errorMessage_ =
-        qzbStringFormat("Rename file %s: %s", fullPath_.asCstr(), np_fio_errdesc(renamed));
+    versions.abandon();
+    errorMessage_ = renamed == NP_ERR_EXISTS
+                        ? QzbString("A file by that name already exists", true)
+                        : qzbStringFormat("Rename file %s: %s", fullPath_.asCstr(),
+                                          np_fio_errdesc(renamed));
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
@@ -313,18 +343,17 @@ bool QzvObjectImpl::fileRename(const QzbString& newFileName) {
   if (!recorded) {
     // The file goes back under its old name, so file and metadata agree.
     if (!errorMessage_.isEmpty()) QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
-    np_fio_rename(newPath.asCstr(), fullPath_.asCstr());
+    if (caseChange) {
+      np_fio_rename(newPath.asCstr(), fullPath_.asCstr());
+    } else {
+      np_fio_rename_noreplace(newPath.asCstr(), fullPath_.asCstr());
+    }
+    versions.abandon();
     return false;
   }
 
-  // The versions take the new name, keeping their numbers.
-  const int highest = getHighestVersion();
-  for (int version = 1; version <= highest; ++version) {
-    const QzbString versionPath = getVersionFileName(version, nullptr);
-    if (versionPath.isNull()) continue;
-    const QzbString renamedVersion = replVerFile(versionPath, newFileName);
-    if (!renamedVersion.isNull()) np_fio_rename(versionPath.asCstr(), renamedVersion.asCstr());
-  }
+  // The versions keep their numbers under the new name.
+  versions.finish();
   fullPath_ = newPath;
   fileName_ = newFileName;
   return true;
@@ -413,23 +442,62 @@ bool QzvObjectImpl::moveSelf(const QzvFolder* destination) {
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
+  // A folder of this vault, reached without a link.
+  if (!qzviIsInsideVault(vault_->rootPath(), destinationPath, true, &errorMessage_)) {
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return false;
+  }
   const QzbString newPath = qzbConcatPath(destinationPath, fileName_);
   if (newPath.isNull()) {
     errorMessage_ = QzbString("Failed to build path for move", true);
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
-  if (np_fio_stat(newPath.asCstr(), nullptr) == NP_OK) {
+  if (np_fio_lstat(newPath.asCstr(), nullptr) == NP_OK) {
     errorMessage_ = QzbString("A file by that name already exists", true);
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
 
+  // The versions that follow the file into the destination's version
+  // directory, which must be a real directory (made now when needed).
+  QzviVersionMove::Moves moves;
+  const int highest = getHighestVersion();
+  const QzbString versionDirectory =
+      qzbConcatPath(destinationPath, QzbString(kVersionDirectoryName, true));
+  if (highest >= 1 && !versionDirectory.isNull()) {
+    QzbString reason;
+    const QzviVaultFileState state = qzviExamineVaultFile(versionDirectory, true, &reason);
+    if (state == QzviVaultFileState::kRefused) {
+      errorMessage_ = qzviRefusalMessage(versionDirectory, reason);
+      QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+      return false;
+    }
+    if (state == QzviVaultFileState::kMissing) {
+      np_dir_create(versionDirectory.asCstr(), NP_DIR_CREATE_ONE);
+    }
+    for (int version = 1; version <= highest; ++version) {
+      const QzbString versionPath = getVersionFileName(version, nullptr);
+      if (versionPath.isNull()) continue;
+      const QzbString movedVersion = replVerPath(versionPath, versionDirectory);
+      if (!movedVersion.isNull()) moves.emplace_back(versionPath, movedVersion);
+    }
+  }
+
   withdrawFromImpactAnalysis();
 
-  const int moved = np_fio_rename(fullPath_.asCstr(), newPath.asCstr());
+  QzviVersionMove versions;
+  if (!versions.prepare(moves, false, &errorMessage_)) {
+    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+    return false;
+  }
+  const int moved = np_fio_rename_noreplace(fullPath_.asCstr(), newPath.asCstr());
   if (moved != NP_OK) {
-    errorMessage_ = qzbStringFormat("Move file %s: %s", fullPath_.asCstr(), np_fio_errdesc(moved));
+    versions.abandon();
+    errorMessage_ = moved == NP_ERR_EXISTS
+                        ? QzbString("A file by that name already exists", true)
+                        : qzbStringFormat("Move file %s: %s", fullPath_.asCstr(),
+                                          np_fio_errdesc(moved));
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
@@ -468,25 +536,13 @@ bool QzvObjectImpl::moveSelf(const QzvFolder* destination) {
   }
   if (!recorded) {
     if (!errorMessage_.isEmpty()) QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
-    np_fio_rename(newPath.asCstr(), fullPath_.asCstr());
+    np_fio_rename_noreplace(newPath.asCstr(), fullPath_.asCstr());
+    versions.abandon();
     return false;
   }
 
-  // The versions move into the destination's version directory.
-  const int highest = getHighestVersion();
-  const QzbString versionDirectory =
-      qzbConcatPath(destinationPath, QzbString(kVersionDirectoryName, true));
-  if (highest >= 1 && !versionDirectory.isNull()) {
-    if (np_fio_stat(versionDirectory.asCstr(), nullptr) != NP_OK) {
-      np_dir_create(versionDirectory.asCstr(), NP_DIR_CREATE_ONE);
-    }
-    for (int version = 1; version <= highest; ++version) {
-      const QzbString versionPath = getVersionFileName(version, nullptr);
-      if (versionPath.isNull()) continue;
-      const QzbString movedVersion = replVerPath(versionPath, versionDirectory);
-      if (!movedVersion.isNull()) np_fio_rename(versionPath.asCstr(), movedVersion.asCstr());
-    }
-  }
+  // The versions are in the destination's version directory now.
+  versions.finish();
   // The folder path is left as it was: the object keeps naming its old
   // folder (and its ".v_fmd"). Callers that go on working with a moved object
   // obtain it afresh from the destination folder.
@@ -508,6 +564,13 @@ bool QzvObjectImpl::deleteSelf() {
     }
     if (db->isReadOnly()) {
       errorMessage_ = QzbString(kDataFileReadOnly, true);
+      QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+      return false;
+    }
+    // A file that cannot be removed is found out before its metadata and
+    // its versions are: they would be lost while the file stays.
+    if (np_fio_open(folderPath_.asCstr(), NP_FIO_PROBE_WRITE, nullptr) != NP_OK) {
+      errorMessage_ = qzbStringFormat("File %s could not be deleted", fullPath_.asCstr());
       QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
       return false;
     }
@@ -537,18 +600,15 @@ bool QzvObjectImpl::deleteSelf() {
       }
     }
   }
-  np_fio_unlink(fullPath_.asCstr());
-
+  // The versions go before the file: a file that is gone while its versions
+  // remain is what an interrupted version looks like, and the vault check
+  // gives such an object back its newest version.
   const int highest = getHighestVersion();
-  const QzbString versionDirectory =
-      qzbConcatPath(folderPath_, QzbString(kVersionDirectoryName, true));
-  if (highest >= 1 && !versionDirectory.isNull() &&
-      np_fio_stat(versionDirectory.asCstr(), nullptr) == NP_OK) {
-    for (int version = 1; version <= highest; ++version) {
-      const QzbString versionPath = getVersionFileName(version, nullptr);
-      if (!versionPath.isNull()) np_fio_unlink(versionPath.asCstr());
-    }
+  for (int version = 1; version <= highest; ++version) {
+    const QzbString versionPath = getVersionFileName(version, nullptr);
+    if (!versionPath.isNull()) np_fio_unlink(versionPath.asCstr());
   }
+  np_fio_unlink(fullPath_.asCstr());
 
   // Success is judged by the file alone: it is gone, whatever happened to
   // the metadata above.

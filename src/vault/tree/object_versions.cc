@@ -14,6 +14,7 @@
 #include "qzbase/platform.h"
 #include "time_util.h"
 #include "vault_context.h"
+#include "vault_files.h"
 
 namespace {
 
@@ -23,6 +24,24 @@ const char kPathnameError[] = "Pathname creation error";
 // folderPath/.v_ver, or a null string when it cannot be built.
 QzbString versionDirectoryOf(const QzbString& folderPath) {
   return qzbConcatPath(folderPath, QzbString(kVersionDirectory, true));
+}
+
+// Whether the version directory exists, as a real directory: NP_OK when it
+// does, NP_ERR_NOT_FOUND when it does not, and otherwise a failure with its
+// message in *error (a link, a file, a fifo in its place is never used:
+// versions would be moved out of the vault or lost).
+int versionDirectoryState(const QzbString& versionDirectory, QzbString* error) {
+  QzbString reason;
+  switch (qzviExamineVaultFile(versionDirectory, true, &reason)) {
+    case QzviVaultFileState::kPresent:
+      return NP_OK;
+    case QzviVaultFileState::kMissing:
+      return NP_ERR_NOT_FOUND;
+    case QzviVaultFileState::kRefused:
+      break;
+  }
+  *error = qzviRefusalMessage(versionDirectory, reason);
+  return NP_ERR_NOT_REGULAR;
 }
 
 // versionDirectory/fileName.number, or a null string when the join fails.
@@ -77,7 +96,8 @@ bool QzvObjectImpl::createVersion() {
   }
 
   // The directory is made with the first version of any object of the folder.
-  const int found = np_fio_stat(versionDirectory.asCstr(), nullptr);
+  QzbString refusal;
+  const int found = versionDirectoryState(versionDirectory, &refusal);
   if (found == NP_ERR_NOT_FOUND) {
     const int created = np_dir_create(versionDirectory.asCstr(), NP_DIR_CREATE_ONE);
     if (created != NP_OK) {
@@ -86,7 +106,7 @@ bool QzvObjectImpl::createVersion() {
       return false;
     }
   } else if (found != NP_OK) {
-    errorMessage_ = QzbString(np_fio_errdesc(found));
+    errorMessage_ = refusal;
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
@@ -103,15 +123,10 @@ bool QzvObjectImpl::createVersion() {
     return false;
   }
   // An existing version is never replaced: a count that came out low (a
-  // directory listing cut short by a read error) would otherwise overwrite an
-  // older version with the current file.
-  const int taken = np_fio_stat(target.asCstr(), nullptr);
-  if (taken != NP_ERR_NOT_FOUND) {
-    errorMessage_ = QzbString(np_fio_errdesc(taken == NP_OK ? NP_ERR_EXISTS : taken));
-    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
-  const int moved = np_fio_rename(fullPath_.asCstr(), target.asCstr());
+  // directory listing cut short by a read error, another process making a
+  // version at the same moment) would otherwise overwrite an older version
+  // with the current file. The rename itself refuses a taken name.
+  const int moved = np_fio_rename_noreplace(fullPath_.asCstr(), target.asCstr());
   if (moved != NP_OK) {
     errorMessage_ = QzbString(np_fio_errdesc(moved));
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
@@ -129,10 +144,11 @@ int QzvObjectImpl::getHighestVersion() {
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return -1;
   }
-  const int found = np_fio_stat(versionDirectory.asCstr(), nullptr);
+  QzbString refusal;
+  const int found = versionDirectoryState(versionDirectory, &refusal);
   if (found == NP_ERR_NOT_FOUND) return 0;
   if (found != NP_OK) {
-    errorMessage_ = QzbString(np_fio_errdesc(found));
+    errorMessage_ = refusal;
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return -1;
   }
@@ -177,14 +193,27 @@ QzbString QzvObjectImpl::getVersionFileName(int version, QzbDate* date) {
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return QzbString();
   }
-  // Any number is accepted; one without a file gives a null string.
-  NpStat status;
-  const int found = np_fio_stat(path.asCstr(), &status);
-  if (found != NP_OK) {
-    errorMessage_ = found == NP_ERR_NOT_FOUND ? QzbString("File does not exist", true)
-                                              : QzbString(np_fio_errdesc(found));
+  // Any number is accepted; one without a file gives a null string. Neither
+  // the directory nor the version is used through a link.
+  QzbString refusal;
+  if (versionDirectoryState(versionDirectory, &refusal) == NP_ERR_NOT_REGULAR) {
+    errorMessage_ = refusal;
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return QzbString();
+  }
+  NpFileInfo status;
+  QzbString reason;
+  switch (qzviExamineVaultFile(path, false, &reason, &status)) {
+    case QzviVaultFileState::kPresent:
+      break;
+    case QzviVaultFileState::kMissing:
+      errorMessage_ = QzbString("File does not exist", true);
+      QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+      return QzbString();
+    case QzviVaultFileState::kRefused:
+      errorMessage_ = qzviRefusalMessage(path, reason);
+      QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
+      return QzbString();
   }
   if (date != nullptr) *date = qzviSeconds2QzbDate(status.mtime);
   return path;
@@ -227,24 +256,16 @@ bool QzvObjectImpl::rollbackVersion(int version) {
     return false;
   }
 
-  // The current file is set aside first, so that a failed second step can
-  // put it back.
-  QzbString backup = fullPath_;
-  backup.append(".bak");
-  const int backedUp = np_fio_rename(fullPath_.asCstr(), backup.asCstr());
-  if (backedUp != NP_OK) {
-    errorMessage_ = qzbStringFormat("Failed to backup file: %s", np_fio_errdesc(backedUp));
-    QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
-    return false;
-  }
+  // The chosen version takes the object's place in one step, replacing the
+  // current file: at no moment is the object without a file, and a failed
+  // rename leaves the current file as it was. (No backup beside the object
+  // is made: a file of that name could be somebody else's.)
   const int restored = np_fio_rename(chosenPath.asCstr(), fullPath_.asCstr());
   if (restored != NP_OK) {
     errorMessage_ = qzbStringFormat("Failed to rollback: %s", np_fio_errdesc(restored));
-    np_fio_rename(backup.asCstr(), fullPath_.asCstr());
     QZVI_LOG_TEXT(logger, QZLOG_ERROR, errorMessage_.asCstr());
     return false;
   }
-  np_fio_unlink(backup.asCstr());
 
   // The versions newer than the one restored are discarded.
   for (int j = top; j > chosen; --j) {

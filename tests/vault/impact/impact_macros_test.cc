@@ -146,6 +146,25 @@ TEST_F(MacroTest, SixtyFourPassesAreAllowedAndSixtyFiveAreNot) {
 // ---------------------------------------------------------------------------
 // getMacroResolvedResource
 
+TEST_F(MacroTest, SubstituteMacrosGivesTheSubstitutedIdentityAndRecordsNothing) {
+  ConfigKey dsn("SALES_DSN", "sales");
+  ConfigKey schema("SCHEMA", "%%INNER%%");
+  ConfigKey inner("INNER", "public");
+  QzbString substituted("unchanged");
+  // Through the host interface, as a host (the tool's export) calls it.
+  QzvImpactAnalysis* host = analysis_;
+  ASSERT_TRUE(host->substituteMacros(QzbString("db:postgresql/%%SALES_DSN%%//%%SCHEMA%%/orders"), &substituted));
+  EXPECT_EQ(str(substituted), "db:postgresql/sales//public/orders");
+  EXPECT_FALSE(qztest::pathExists(storePath()));  // the store was not even opened
+
+  substituted = QzbString("unchanged");
+  EXPECT_FALSE(host->substituteMacros(QzbString("db:postgresql/%%UNSET_OPTION%%"), &substituted));
+  EXPECT_FALSE(host->substituteMacros(QzbString("/srv/feeds/orders.csv"), &substituted));
+  EXPECT_EQ(str(substituted), "unchanged");
+  EXPECT_FALSE(host->substituteMacros(QzbString("%%SALES_DSN%%"), nullptr));
+  EXPECT_EQ(str(host->getErrorMessage()), "");
+}
+
 TEST_F(MacroTest, IdentityWithoutMacroResolvesToNothing) {
   EXPECT_EQ(analysis_->getMacroResolvedResource(QzbString("File"), QzbString("/v/a")), nullptr);
   EXPECT_EQ(analysis_->getMacroResolvedResource(QzbString("File"), QzbString("")), nullptr);

@@ -96,6 +96,7 @@ class FakeVault final : public QzvVault {
   int getPluginCount() override { return 0; }
   bool getPluginInfo(int, QzbString*, QzbString*) override { return false; }
   QzvVaultCheck* getVaultCheck() override { return nullptr; }
+  bool getFileSystem(QzbString*, bool*, bool*) override { return false; }
 
   int uuidCalls = 0;
 

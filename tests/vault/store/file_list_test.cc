@@ -261,7 +261,9 @@ TEST(FileListFlags, ModeBitsChooseTheDirectoryOpenFlags) {
   TempDir dir;
   RecordingPlatform platform;
   const int modes[] = {0, 1, 2, 3, 4, 5, 6, 7, 8};
-  const int expected[] = {5, 7, 21, 23, 5, 7, 21, 23, 5};
+  // Every listing is made without following entries (NP_DIR_NOFOLLOW): a
+  // link is listed as a link, never as what it points to.
+  const int expected[] = {37, 39, 53, 55, 37, 39, 53, 55, 37};
   for (int mode : modes) {
     QzviFileList list;
     QzbString error;
@@ -270,6 +272,7 @@ TEST(FileListFlags, ModeBitsChooseTheDirectoryOpenFlags) {
   ASSERT_EQ(platform.calls().dirOpenFlags.size(), 9u);
   for (std::size_t i = 0; i < 9; ++i) {
     EXPECT_EQ(platform.calls().dirOpenFlags[i], expected[i]) << "mode " << modes[i];
+    EXPECT_NE(platform.calls().dirOpenFlags[i] & NP_DIR_NOFOLLOW, 0) << "mode " << modes[i];
   }
 }
 

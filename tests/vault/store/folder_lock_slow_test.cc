@@ -3,6 +3,8 @@
 // checked as lower bounds only.
 #include "folder_lock.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <string>
 
@@ -27,7 +29,13 @@ TEST(FolderLockTest, LockThenUnlockLeavesNoLockFile) {
   QzviFolderLock* lock = qzviLockFolder(QzbString(dir.path().c_str()));
   ASSERT_NE(lock, nullptr);
   EXPECT_TRUE(qztest::pathExists(lockFile));
-  EXPECT_EQ(qztest::readFile(lockFile), "") << "the lock file has no content";
+  // The lock file records its holder: this process, on this machine.
+  const std::string record = qztest::readFile(lockFile);
+  EXPECT_EQ(record.rfind("qzvault-lock 1\n", 0), 0u) << record;
+  EXPECT_NE(record.find("\npid=" + std::to_string(getpid()) + "\n"), std::string::npos) << record;
+  QzviLockHolder holder;
+  EXPECT_EQ(qzviReadFolderLock(QzbString(dir.path().c_str()), &holder), QzviLockState::kLive);
+  EXPECT_EQ(holder.processId, getpid());
   qzviUnlockFolder(lock);
   EXPECT_FALSE(qztest::pathExists(lockFile));
   // Free again: it can be taken at once.
@@ -58,11 +66,15 @@ TEST(FolderLockTest, SecondLockBySameProcessFailsLikeAnyOther) {
   EXPECT_FALSE(qztest::pathExists(dir.join(".v_lck")));
 }
 
-TEST(FolderLockTest, LockInAMissingFolderFailsAfterItsAttempts) {
+TEST(FolderLockTest, LockInAMissingFolderFailsAtOnceNamingTheReason) {
   qztest::TempDir dir;
+  // Nobody holds it; the folder cannot hold a lock file at all, and waiting
+  // would not change that.
   const auto start = Clock::now();
-  EXPECT_EQ(qzviLockFolder(QzbString(dir.join("missing").c_str())), nullptr);
-  EXPECT_GE(secondsSince(start), 2.5);
+  QzbString whyNot;
+  EXPECT_EQ(qzviLockFolder(QzbString(dir.join("missing").c_str()), &whyNot), nullptr);
+  EXPECT_LT(secondsSince(start), 2.5);
+  EXPECT_NE(whyNot.toStdString().find("cannot be locked"), std::string::npos) << whyNot.asCstr();
 }
 
 TEST(FolderLockTest, UnlockOfNullDoesNothing) {

@@ -277,7 +277,7 @@ void checkMoved(MoveFixture& f, bool ok, bool injected, const std::string& newPa
 
 const std::vector<Fault> kMoveFaults = {
     {NpOp::kFioStat, NP_ERR_IO},   {NpOp::kFioStat, NP_ERR_NOT_FOUND},
-    {NpOp::kFioRename, NP_ERR_IO}, {NpOp::kFioRename, NP_ERR_ACCESS},
+    {NpOp::kFioRenameNoReplace, NP_ERR_IO}, {NpOp::kFioRenameNoReplace, NP_ERR_ACCESS},
     {NpOp::kFioLink, NP_ERR_IO},   {NpOp::kFioUnlink, NP_ERR_IO},
     {NpOp::kDirCreate, NP_ERR_IO}, {NpOp::kFioOpen, NP_ERR_IO},
 };
@@ -318,7 +318,8 @@ TEST(MoveSelfFaults, EachRenameCodeHasItsMessage) {
     MoveFixture f;
     {
       qztest::FaultPlatform faults;
-      faults.failCall(NpOp::kFioRename, 1, c.code);
+      // A folder is moved by a rename that never replaces what is there.
+      faults.failCall(NpOp::kFioRenameNoReplace, 1, c.code);
       EXPECT_FALSE(f.folder->moveSelf(f.target.get()));
     }
     EXPECT_EQ(f.folder->getErrorMessage().toStdString(),
@@ -338,9 +339,13 @@ struct DeleteFixture {
     qztest::execute(qztest::fixedDb(vault.get(), path), kInitialRows);
     qztest::writeFile(path + "/.v_cmd", "cache");
     qztest::writeFile(path + "/.v_lck", "lock");
-    qztest::writeFile(path + "/.v_ver/job.1", "one");
-    qztest::writeFile(path + "/.v_ver/job.2", "two");
-    if (withOrdinaryFile) qztest::writeFile(path + "/report.txt", "keep me");
+    // Versions are content: a folder keeps them until it is deleted, so only
+    // the folder that is refused anyway (it holds a file) has some.
+    if (withOrdinaryFile) {
+      qztest::writeFile(path + "/.v_ver/job.1", "one");
+      qztest::writeFile(path + "/.v_ver/job.2", "two");
+      qztest::writeFile(path + "/report.txt", "keep me");
+    }
     initialEntries = entriesOf(path);
     initialVersions = entriesOf(path + "/.v_ver");
     folder = makeFolder(vault.get(), path);

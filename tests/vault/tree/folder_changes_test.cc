@@ -160,9 +160,10 @@ TEST_F(ChangesTest, CreateFolderWhoseNameDatabaseCannotBeOpenedKeepsTheDirectory
   LogCapture log;
   {
     qztest::FaultPlatform faults;
-    // Stat 1 looks for a free name, stat 2 is the database open's look for
-    // ".v_fmd": an odd answer there makes it open a file that is not there.
-    faults.failCall(qztest::NpOp::kFioStat, 2, NP_ERR_ACCESS);
+    // Examination 1 is of the new directory (a folder of the vault, reached
+    // without a link), examination 2 the database open's look at ".v_fmd",
+    // which never follows a link.
+    faults.failCall(qztest::NpOp::kFioLstat, 2, NP_ERR_ACCESS);
     EXPECT_EQ(root_->createFolder(S("Q1: Sales")), nullptr);
   }
   const std::string message = root_->getErrorMessage().toStdString();
@@ -567,15 +568,22 @@ TEST_F(ChangesTest, MoveSelfIntoItselfOrBelowItselfIsAnInvalidPath) {
   EXPECT_FALSE(pathExists(fmdOf(path)));
 }
 
-TEST_F(ChangesTest, MoveSelfOfTheRootIsNotRefused) {
+TEST_F(ChangesTest, MoveSelfOutOfTheVaultIsRefused) {
+  // Not even the root leaves the vault: a folder moves only into a folder of
+  // its own vault.
   TempDir elsewhere;
   qztest::makeDirs(dir_.join("vault"));
   ScopedVault vault(dir_.join("vault"));
   auto root = makeFolder(vault.get(), dir_.join("vault"));
   auto target = makeFolder(vault.get(), elsewhere.path());
-  EXPECT_TRUE(root->moveSelf(target.get())) << root->getErrorMessage().asCstr();
-  EXPECT_TRUE(pathExists(elsewhere.join("vault")));
-  EXPECT_FALSE(pathExists(dir_.join("vault")));
+  LogCapture log;
+  EXPECT_FALSE(root->moveSelf(target.get()));
+  const std::string expected =
+      "Path " + elsewhere.path() + " is outside the vault " + dir_.join("vault");
+  EXPECT_EQ(root->getErrorMessage().toStdString(), expected);
+  EXPECT_TRUE(log.contains(expected, 5)) << log.dump();
+  EXPECT_FALSE(pathExists(elsewhere.join("vault")));
+  EXPECT_TRUE(pathExists(dir_.join("vault")));
 }
 
 TEST_F(ChangesTest, MoveSelfWithoutTargetCannotBuildThePath) {
@@ -630,7 +638,7 @@ TEST_F(ChangesTest, MoveSelfWithAnyOtherPlatformErrorIsUnknown) {
   LogCapture log;
   {
     qztest::FaultPlatform faults;
-    faults.failCall(qztest::NpOp::kFioRename, 1, NP_ERR_IO);
+    faults.failCall(qztest::NpOp::kFioRenameNoReplace, 1, NP_ERR_IO);
     EXPECT_FALSE(folder->moveSelf(target.get()));
   }
   const std::string expected = "Unknown error moving " + dir_.join("a") + " to " + dir_.join("b");
@@ -686,9 +694,8 @@ TEST_F(ChangesTest, DeleteSelfRemovesAFolderThatHoldsOnlyVaultFilesAndDirectorie
   qztest::writeFile(path + "/.v_cmd", "cache");
   qztest::writeFile(path + "/.v_lck", "lock");
   qztest::makeDirs(path + "/.v_ver");
-  qztest::writeFile(path + "/.v_ver/job.1", "one");
-  qztest::writeFile(path + "/.v_ver/job.2", "two");
   qztest::makeDirs(path + "/.v_other");
+  qztest::writeFile(path + "/.v_other/scratch", "x");
   LogCapture log;
   ASSERT_TRUE(folder->deleteSelf()) << folder->getErrorMessage().asCstr();
   EXPECT_FALSE(pathExists(path));
@@ -733,6 +740,23 @@ TEST_F(ChangesTest, DeleteSelfOfAMissingFolderFailsWithTheListingsText) {
   EXPECT_TRUE(log.contains(expected, 5)) << log.dump();
 }
 
+TEST_F(ChangesTest, DeleteSelfKeepsAFolderWhoseVersionsOutliveTheirObjects) {
+  auto folder = subFolder("empty");
+  const std::string path = dir_.join("empty");
+  qztest::fixedDb(vault_.get(), path);
+  qztest::makeDirs(path + "/.v_ver");
+  qztest::writeFile(path + "/.v_ver/job.1", "one");
+  LogCapture log;
+  EXPECT_FALSE(folder->deleteSelf());
+  const std::string expected = "Can't delete a folder that still keeps files in " + path +
+                               "/.v_ver (versions of objects that are gone, or files the vault "
+                               "check set aside)";
+  EXPECT_EQ(folder->getErrorMessage().toStdString(), expected);
+  EXPECT_TRUE(log.contains(expected, 5)) << log.dump();
+  EXPECT_EQ(qztest::readFile(path + "/.v_ver/job.1"), "one");
+  EXPECT_TRUE(pathExists(fmdOf(path)));
+}
+
 // Deletions refused by the file system, as an unprivileged user in folders
 // owned by root (root ignores permission bits).
 class DeleteRefusedTest : public ::testing::Test {
@@ -766,11 +790,14 @@ TEST_F(DeleteRefusedTest, AVaultFileThatCannotBeDeleted) {
 }
 
 TEST_F(DeleteRefusedTest, AFileInAVaultDirectoryNamesTheDirectory) {
-  qztest::makeDirs(dir_.join("vault/doomed/.v_ver"));
-  ASSERT_EQ(chmod(dir_.join("vault/doomed/.v_ver").c_str(), 0755), 0);
-  qztest::writeFile(dir_.join("vault/doomed/.v_ver/job.1"), "x");
-  EXPECT_EQ(deleteAsNobody("Error deleting file " + dir_.join("vault/doomed/.v_ver") + " (4)"), 0);
-  EXPECT_TRUE(pathExists(dir_.join("vault/doomed/.v_ver/job.1")));
+  // Not the versions directory: a folder whose versions outlive their objects
+  // is kept before anything is tried.
+  qztest::makeDirs(dir_.join("vault/doomed/.v_other"));
+  ASSERT_EQ(chmod(dir_.join("vault/doomed/.v_other").c_str(), 0755), 0);
+  qztest::writeFile(dir_.join("vault/doomed/.v_other/job.1"), "x");
+  EXPECT_EQ(deleteAsNobody("Error deleting file " + dir_.join("vault/doomed/.v_other") + " (4)"),
+            0);
+  EXPECT_TRUE(pathExists(dir_.join("vault/doomed/.v_other/job.1")));
 }
 
 TEST_F(DeleteRefusedTest, AVaultDirectoryThatCannotBeRemoved) {

@@ -143,17 +143,21 @@ TEST(ObjectCreateNew, AReadOnlyDatabaseFailsWithoutText) {
   EXPECT_TRUE(attrRows(dir.join(".v_fmd"), "budget.txt").empty());
 }
 
-TEST(ObjectCreateNew, AFolderThatCannotHoldTheDatabaseWorksInMemory) {
-  // As nobody in a root-owned directory: ".v_fmd" cannot be made, the
-  // metadata lives in memory for the vault's life, and nothing reaches disk.
+TEST(ObjectCreateNew, AFolderThatCannotHoldTheDatabaseRefusesTheObject) {
+  // As nobody in a root-owned directory: ".v_fmd" cannot be made. The object
+  // is refused with the reason rather than named in a database kept in
+  // memory, whose rows would vanish with the vault.
   TempDir dir;
   qztest::makeReachable(dir.path());
+  const std::string expected = "Error creating " + dir.join(".v_fmd") + ": Permission denied";
   const int status = qztest::runAsNobody([&]() -> int {
     ScopedVault vault(dir.path());
     auto folder = makeFolder(vault.get(), dir.path());
+    LogCapture log;
     auto object = own(folder->createObject(S("budget.txt"), S("Budget")));
-    if (object == nullptr) return 1;
-    if (object->getName().toStdString() != "Budget") return 2;
+    if (object != nullptr) return 1;
+    if (folder->getErrorMessage().toStdString() != expected) return 2;
+    if (!log.contains(expected, 5)) return 3;
     return 0;
   });
   EXPECT_EQ(status, 0);
@@ -237,7 +241,10 @@ TEST(ObjectCreateFromFile, AFileNameThatNamesNoFileOfTheFolderFails) {
   ScopedVault vault(dir.path());
   auto folder = makeFolder(vault.get(), dir.path());
   EXPECT_EQ(folder->createObjectFromFile(S("../escape.txt"), S("Escape")), nullptr);
-  EXPECT_EQ(folder->getErrorMessage().toStdString(), "File ../escape.txt is not accessible");
+  // Refused by its form, before anything outside the folder is looked at.
+  EXPECT_EQ(folder->getErrorMessage().toStdString(),
+            "Invalid file name \"../escape.txt\": a file name is one name of the folder, "
+            "without a separator");
   EXPECT_FALSE(qztest::pathExists(dir.join(".v_fmd")));
 }
 

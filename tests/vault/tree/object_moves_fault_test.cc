@@ -217,7 +217,7 @@ TEST(ObjectFaults, DeleteSelfSucceedsExactlyWhenTheFileIsGone) {
   const int injected = sweep(
       "deleteSelf", 2, [](Scene& s) { return s.object()->deleteSelf(); },
       [](Scene& s, bool deleted, NpOp) {
-        // Versions are deleted after the file; any that stay are unchanged.
+        // Versions are deleted before the file; any that stay are unchanged.
         for (const auto& entry : s.versions(".v_ver")) {
           EXPECT_EQ(kTwoVersions.at(entry.first), entry.second);
         }
@@ -231,12 +231,14 @@ TEST(ObjectFaults, DeleteSelfSucceedsExactlyWhenTheFileIsGone) {
         }
         EXPECT_EQ(readFile(s.path("a.txt")), "content");
         const std::string message = s.object()->getErrorMessage().toStdString();
-        if (message == "File " + s.path("a.txt") + " could not be deleted") {
-          // The metadata went first, as the order of the steps has it.
-          EXPECT_TRUE(s.names(s.db(), "a.txt").empty());
+        const bool metadataGone = s.names(s.db(), "a.txt").empty();
+        if (message == "File " + s.path("a.txt") + " could not be deleted" && metadataGone) {
+          // The metadata went first, as the order of the steps has it, and
+          // went whole.
           EXPECT_TRUE(s.attrs(s.db(), "a.txt").empty());
         } else {
-          // The database could not be opened: nothing was done.
+          // The database could not be opened, or the folder was found not to
+          // let the file go before anything was removed: nothing was done.
           EXPECT_FALSE(message.empty());
           EXPECT_EQ(s.names(s.db(), "a.txt"), kAlpha);
           EXPECT_EQ(s.attrs(s.db(), "a.txt"), originalAttrs());
@@ -325,7 +327,8 @@ bool withFault(NpOp op, int k, int code, Body body) {
 TEST(ObjectFaultMessages, AFailedMoveOfTheFileGivesThePlatformsReason) {
   Scene s;
   qztest::LogCapture log;
-  EXPECT_FALSE(withFault(NpOp::kFioRename, 1, NP_ERR_CROSS_DEVICE,
+  // The file moves by a rename that never replaces a file already there.
+  EXPECT_FALSE(withFault(NpOp::kFioRenameNoReplace, 1, NP_ERR_CROSS_DEVICE,
                          [&] { return s.object()->moveSelf(s.destination()); }));
   const std::string message =
       "Move file " + s.path("a.txt") + ": Invalid cross-device link";
@@ -365,11 +368,12 @@ TEST(ObjectFaultMessages, AFileThatCannotBeUnlinkedIsNotDeleted) {
   EXPECT_EQ(s.object()->getFileName(false).toStdString(), s.path("a.txt"));
 }
 
-TEST(ObjectFaultMessages, ARenameBackFromTheVersionRestoresTheBackup) {
+TEST(ObjectFaultMessages, AFailedRestoreOfTheVersionLeavesEverything) {
   Scene s(3);
   qztest::LogCapture log;
-  // Rename 1 makes the backup, rename 2 would restore the version.
-  EXPECT_FALSE(withFault(NpOp::kFioRename, 2, NP_ERR_IO,
+  // The only rename puts the version in the object's place, replacing the
+  // current file in one step; no backup is made beside the object.
+  EXPECT_FALSE(withFault(NpOp::kFioRename, 1, NP_ERR_IO,
                          [&] { return s.object()->rollbackVersion(2); }));
   EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "Failed to rollback: Input/output error");
   EXPECT_TRUE(log.contains("Failed to rollback: Input/output error", 5)) << log.dump();
@@ -378,12 +382,12 @@ TEST(ObjectFaultMessages, ARenameBackFromTheVersionRestoresTheBackup) {
   EXPECT_EQ(s.versions(".v_ver").size(), 3u);
 }
 
-TEST(ObjectFaultMessages, AFailedBackupLeavesEverything) {
+TEST(ObjectFaultMessages, AFullDiskDuringTheRestoreLeavesEverything) {
   Scene s(3);
   EXPECT_FALSE(withFault(NpOp::kFioRename, 1, NP_ERR_NO_SPACE,
                          [&] { return s.object()->rollbackVersion(2); }));
   EXPECT_EQ(s.object()->getErrorMessage().toStdString(),
-            "Failed to backup file: No space left on device");
+            "Failed to rollback: No space left on device");
   EXPECT_EQ(readFile(s.path("a.txt")), "content");
   EXPECT_EQ(s.versions(".v_ver").size(), 3u);
 }
@@ -401,19 +405,23 @@ TEST(ObjectFaultMessages, TheVersionDirectoryThatCannotBeMadeGivesThePlatformsRe
 
 TEST(ObjectFaultMessages, AVersionDirectoryThatCannotBeExaminedGivesThePlatformsReason) {
   Scene s;
-  // The first call is the version directory's stat.
-  EXPECT_FALSE(withFault(NpOp::kFioStat, 1, NP_ERR_ACCESS,
+  // The first call is the version directory's examination, which never
+  // follows a link.
+  EXPECT_FALSE(withFault(NpOp::kFioLstat, 1, NP_ERR_ACCESS,
                          [&] { return s.object()->createVersion(); }));
-  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "Permission denied");
-  EXPECT_TRUE(withFault(NpOp::kFioStat, 1, NP_ERR_IO,
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(),
+            s.path(".v_ver") + " is not examinable: Permission denied");
+  EXPECT_TRUE(withFault(NpOp::kFioLstat, 1, NP_ERR_IO,
                         [&] { return s.object()->getHighestVersion() == -1; }));
-  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "Input/output error");
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(),
+            s.path(".v_ver") + " is not examinable: Input/output error");
   EXPECT_EQ(readFile(s.path("a.txt")), "content");
 }
 
 TEST(ObjectFaultMessages, AFailedMoveAsideGivesThePlatformsReason) {
   Scene s;
-  EXPECT_FALSE(withFault(NpOp::kFioRename, 1, NP_ERR_NO_SPACE,
+  // The file is moved aside by a rename that never replaces a version.
+  EXPECT_FALSE(withFault(NpOp::kFioRenameNoReplace, 1, NP_ERR_NO_SPACE,
                          [&] { return s.object()->createVersion(); }));
   EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "No space left on device");
   EXPECT_EQ(readFile(s.path("a.txt")), "content");
@@ -443,10 +451,12 @@ TEST(ObjectFaultMessages, AVersionDirectoryThatCannotBeListedFailsTheCount) {
 
 TEST(ObjectFaultMessages, AVersionFileThatCannotBeExaminedGivesThePlatformsReason) {
   Scene s;
-  EXPECT_TRUE(withFault(NpOp::kFioStat, 1, NP_ERR_ACCESS, [&] {
+  // Examination 1 is the version directory's, 2 the version file's.
+  EXPECT_TRUE(withFault(NpOp::kFioLstat, 2, NP_ERR_ACCESS, [&] {
     return s.object()->getVersionFileName(1, nullptr).isNull();
   }));
-  EXPECT_EQ(s.object()->getErrorMessage().toStdString(), "Permission denied");
+  EXPECT_EQ(s.object()->getErrorMessage().toStdString(),
+            s.path(".v_ver/a.txt.1") + " is not examinable: Permission denied");
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "folder_impl.h"
 #include "object_impl.h"
+#include "support/fault_platform.h"
 #include "support/log_capture.h"
 #include "support/privileges.h"
 #include "support/temp_dir.h"
@@ -114,23 +115,37 @@ TEST_F(ObjectFileRename, RenamingOntoAnExistingNameFailsBeforeAnythingChanges) {
   EXPECT_EQ(object->getFileName(true).toStdString(), "budget.txt");
 }
 
-TEST_F(ObjectFileRename, ANameThatGivesNoPathIsRefused) {
+TEST_F(ObjectFileRename, ANameThatIsNoFileNameOfTheFolderIsRefused) {
   auto object = open("budget.txt");
-  for (const char* name : {"", "..", "/"}) {
+  const struct {
+    const char* name;
+    const char* reason;
+  } cases[] = {{"", "it is empty"},
+               {"..", "it names a directory, not a file"},
+               {"/", "a file name is one name of the folder, without a separator"},
+               {"missing/plan.txt", "a file name is one name of the folder, without a separator"}};
+  for (const auto& c : cases) {
     LogCapture log;
-    EXPECT_FALSE(object->fileRename(S(name))) << name;
-    EXPECT_EQ(object->getErrorMessage().toStdString(), "Failed to build path for rename");
-    EXPECT_TRUE(log.contains("Failed to build path for rename", 5)) << log.dump();
+    EXPECT_FALSE(object->fileRename(S(c.name))) << c.name;
+    const std::string expected =
+        std::string("Invalid file name \"") + c.name + "\": " + c.reason;
+    EXPECT_EQ(object->getErrorMessage().toStdString(), expected);
+    EXPECT_TRUE(log.contains(expected, 5)) << log.dump();
   }
   EXPECT_EQ(readFile(dir_.join("budget.txt")), "numbers");
 }
 
 TEST_F(ObjectFileRename, AFailedFileRenameGivesThePlatformsReason) {
+  // The file is renamed by a rename that never replaces another file; it
+  // fails here by the fault-injecting platform.
   auto object = open("budget.txt");
   LogCapture log;
-  EXPECT_FALSE(object->fileRename(S("missing/plan.txt")));
-  const std::string message =
-      "Rename file " + dir_.join("budget.txt") + ": No such file or directory";
+  {
+    qztest::FaultPlatform faults;
+    faults.failCall(qztest::NpOp::kFioRenameNoReplace, 1, NP_ERR_IO);
+    EXPECT_FALSE(object->fileRename(S("plan.txt")));
+  }
+  const std::string message = "Rename file " + dir_.join("budget.txt") + ": Input/output error";
   EXPECT_EQ(object->getErrorMessage().toStdString(), message);
   EXPECT_TRUE(log.contains(message, 5)) << log.dump();
   EXPECT_EQ(readFile(dir_.join("budget.txt")), "numbers");

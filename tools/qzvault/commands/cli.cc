@@ -103,11 +103,13 @@ void setUpCommandLine(CLI::App& app, ToolContext& context) {
   addTreeChangeCommands(app, context);
   addAttributeCommands(app, context);
   addObjectCommands(app, context);
+  addHistoryCommands(app, context);
   addImpactCommands(app, context);
   addLineageCommands(app, context);
   addDemoCommand(app, context);
   addCheckCommand(app, context);
   addConfigCommand(app, context);
+  addLocksCommands(app, context);
   addHelpCommand(app, context);
   cleanHelpText(app);
 }

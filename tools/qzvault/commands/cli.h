@@ -31,11 +31,13 @@ void addBrowseCommands(CLI::App& app, ToolContext& context);      // ls, tree
 void addTreeChangeCommands(CLI::App& app, ToolContext& context);  // mkdir ... rm
 void addAttributeCommands(CLI::App& app, ToolContext& context);   // attr
 void addObjectCommands(CLI::App& app, ToolContext& context);      // version, lock ...
+void addHistoryCommands(CLI::App& app, ToolContext& context);     // log, show, diff
 void addImpactCommands(CLI::App& app, ToolContext& context);      // analyze ... clean
 void addLineageCommands(CLI::App& app, ToolContext& context);     // lineage, graph
 void addDemoCommand(CLI::App& app, ToolContext& context);         // demo
 void addCheckCommand(CLI::App& app, ToolContext& context);        // check
 void addConfigCommand(CLI::App& app, ToolContext& context);       // config
+void addLocksCommands(CLI::App& app, ToolContext& context);       // locks
 void addHelpCommand(CLI::App& app, ToolContext& context);         // help, --version
 
 // Makes the help text read as written for people: "COMMAND" rather than the

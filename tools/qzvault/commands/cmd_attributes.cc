@@ -186,11 +186,20 @@ void runGet(const GlobalOptions& global, const AttrOptions& options) {
   }
 }
 
+// The folder whose metadata holds the attributes of `path`: the folder
+// itself, or an object's folder.
+VaultPath attributeFolder(VaultSession& session, const VaultPath& path) {
+  return path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder ? path : path.parent();
+}
+
 void runSet(const GlobalOptions& global, const AttrOptions& options) {
   checkNotReserved("set", options.name);
   checkPosition(options);
   VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
+  // The attribute is read, changed and written back whole: another writer
+  // in between would lose its rows, so the folder stays locked throughout.
+  const auto locks = session.lockFolders({attributeFolder(session, path)});
   Held<QzvAttribute> attribute = openAttribute(session, path, options.name);
   if (attribute->isReadOnly()) fail("attribute " + options.name + " of " + path.shown() + " is read only");
   attribute->setValue(options.columnGiven() ? options.column : 0, options.rowGiven() ? options.row : 0,
@@ -209,6 +218,7 @@ void runClear(const GlobalOptions& global, const AttrOptions& options) {
   checkNotReserved("clear", options.name);
   VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
+  const auto locks = session.lockFolders({attributeFolder(session, path)});
   Held<QzvAttribute> attribute = openAttribute(session, path, options.name);
   if (attribute->isReadOnly()) fail("attribute " + options.name + " of " + path.shown() + " is read only");
   attribute->clear();

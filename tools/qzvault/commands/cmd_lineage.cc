@@ -1,21 +1,27 @@
 // Lineage beyond one step: lineage (every edge, or the closure of one
-// resource upstream or downstream) and graph (DOT or JSON, optionally
-// rendered to SVG by Graphviz).
+// resource upstream or downstream), lineage export (OpenLineage events for a
+// catalogue) and graph (DOT or JSON, optionally rendered to SVG by Graphviz).
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <system_error>
 
 #include "cli.h"
 #include "dot_render.h"
 #include "impact_report.h"
 #include "lineage_graph.h"
 #include "lineage_output.h"
+#include "openlineage.h"
 #include "output.h"
+#include "output_file.h"
 #include "session.h"
 #include "tool_error.h"
 
 namespace qzvtool {
 namespace {
+
+namespace fs = std::filesystem;
 
 struct LineageOptions {
   std::string resource;
@@ -26,6 +32,12 @@ struct LineageOptions {
   bool json = false;
 };
 
+struct ExportOptions {
+  std::string format;
+  std::string jobNamespace;
+  std::string output = "-";
+};
+
 struct GraphOptions {
   std::string resource;
   int depth = QZV_LINEAGE_UNLIMITED;
@@ -33,6 +45,7 @@ struct GraphOptions {
   std::string format = "dot";
   std::string output;
   std::string svg;
+  bool force = false;
 };
 
 // --depth counts steps; "no limit" is said by leaving it out.
@@ -78,11 +91,74 @@ void runLineage(const GlobalOptions& global, const LineageOptions& options) {
   }
 }
 
+void runExport(const GlobalOptions& global, const ExportOptions& options) {
+  if (!options.jobNamespace.empty() && options.jobNamespace.find_first_not_of(" \t") == std::string::npos) {
+    failUsage("--namespace is blank");
+  }
+  VaultSession session(global);
+  checkOutputTarget(session.root(), options.output);
+  std::string jobNamespace = options.jobNamespace;
+  if (jobNamespace.empty()) {
+    jobNamespace = text(session.vault()->getUUID());
+    if (jobNamespace.empty()) fail("the vault has no UUID to name the jobs' namespace: give --namespace NS");
+  }
+  Held<QzvImpactAnalysis> analysis = openAnalysis(session);
+  const OpenLineageExport exported =
+      openLineageExport(session, analysis.get(), jobNamespace, openLineageProducer());
+  std::string lines;
+  for (const Json& event : exported.events) {
+    lines += event.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  }
+  writeOutput(options.output, lines);
+  if (!isStdout(options.output)) {
+    std::cout << "Wrote " << options.output << " (" << exported.events.size()
+              << (exported.events.size() == 1 ? " event" : " events") << ")\n";
+  }
+  if (!exported.unsetMacros.empty()) {
+    std::string names;
+    for (const std::string& name : exported.unsetMacros) names += (names.empty() ? "" : ", ") + name;
+    printError("warning: configuration macros without a value here stay in the names of " +
+               std::to_string(exported.inputsWithMacros) + (exported.inputsWithMacros == 1 ? " input: " : " inputs: ") +
+               names + " (set them with --set KEY=VALUE)");
+  }
+}
+
 void writeFile(const std::string& path, const std::string& content) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << content;
   out.close();
   if (!out) fail("cannot write " + path);
+}
+
+// Refuses (usage error, before anything is written) a FILE given to --output
+// or --svg that is one of the vault's own files, lies inside a vault
+// directory whose name is one of them, or is an existing entry of the vault:
+// writing there would destroy metadata or an object. An existing file
+// outside the vault is replaced only with --force, and only when it is an
+// ordinary file.
+void checkOutputFile(const VaultSession& session, const std::string& option, const std::string& file,
+                     bool force) {
+  std::error_code error;
+  const fs::path given(file);
+  // The directory resolved (links included); the last name as given.
+  const fs::path directory = fs::weakly_canonical(fs::absolute(given, error).parent_path(), error);
+  const fs::path target = directory / given.filename();
+  const fs::path root = fs::weakly_canonical(fs::path(session.root()), error);
+  const fs::path relative = target.lexically_relative(root);
+  const bool inside = !relative.empty() && *relative.begin() != "..";
+  if (inside) {
+    for (const fs::path& part : relative) {
+      const std::string name = part.string();
+      if (!name.empty() && name[0] == '.') {
+        failUsage(option + " " + file + " is one of the vault's own files; write it elsewhere");
+      }
+    }
+  }
+  const fs::file_status status = fs::symlink_status(target, error);
+  if (!fs::exists(status)) return;  // a new file
+  if (inside) failUsage(option + " " + file + " is an entry of the vault; write it elsewhere");
+  if (!fs::is_regular_file(status)) failUsage(option + " " + file + " exists and is not an ordinary file");
+  if (!force) failUsage(option + " " + file + " exists (give --force to replace it)");
 }
 
 std::string graphSize(const LineageGraph& graph) {
@@ -97,6 +173,8 @@ void runGraph(const GlobalOptions& global, const GraphOptions& options) {
   }
 
   VaultSession session(global);
+  if (!options.output.empty()) checkOutputFile(session, "--output", options.output, options.force);
+  if (!options.svg.empty()) checkOutputFile(session, "--svg", options.svg, options.force);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   LineageGraph graph;
   if (options.resource.empty()) {
@@ -169,7 +247,29 @@ void addLineageCommands(CLI::App& app, ToolContext& context) {
   lineageCommand->add_flag("--down", lineage->down, "What uses RESOURCE (what a change to it affects)");
   addDepthOption(lineageCommand, &lineage->depth, &lineage->depthGiven);
   addJsonFlag(lineageCommand, &lineage->json);
-  lineageCommand->callback([&context, lineage] {
+
+  auto exportOptions = std::make_shared<ExportOptions>();
+  CLI::App* exportCommand = lineageCommand->add_subcommand(
+      "export",
+      "Write the lineage of every analysed object as OpenLineage events (JSON lines, one static "
+      "JobEvent per object, its inputs the resources it uses), for a catalogue that reads them");
+  exportCommand->add_option("--format", exportOptions->format, "openlineage (the one format so far)")
+      ->required()
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"openlineage"}));
+  exportCommand->add_option("--namespace", exportOptions->jobNamespace,
+                            "The jobs' namespace (default: the vault's UUID)")
+      ->type_name("NS");
+  exportCommand->add_option("--output,-o", exportOptions->output,
+                            "Write the events to FILE; - (the default) is stdout")
+      ->type_name("FILE");
+  exportCommand->callback([&context, exportOptions] {
+    context.action = [&context, exportOptions] { runExport(context.global, *exportOptions); };
+  });
+
+  lineageCommand->callback([&context, lineage, exportCommand] {
+    // `lineage export` chose its own action.
+    if (exportCommand->parsed()) return;
     context.action = [&context, lineage] { runLineage(context.global, *lineage); };
   });
 
@@ -194,6 +294,8 @@ void addLineageCommands(CLI::App& app, ToolContext& context) {
                            "and the graph has at most 2000 resources)")
       ->type_name("FILE")
       ->check(maxBytes(kMaxPathBytes));
+  graphCommand->add_flag("--force", graph->force,
+                         "Replace an existing ordinary file outside the vault given to --output or --svg");
   graphCommand->callback([&context, graph] {
     context.action = [&context, graph] { runGraph(context.global, *graph); };
   });

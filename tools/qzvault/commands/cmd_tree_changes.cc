@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "cli.h"
+#include "file_copy.h"
 #include "file_names.h"
 #include "listing.h"
 #include "output.h"
@@ -54,6 +55,7 @@ void runMkdir(const GlobalOptions& global, const MkdirOptions& options) {
 
   VaultSession session(global);
   const VaultPath parentPath = session.resolve(parentArgument.empty() ? "/" : parentArgument);
+  const auto locks = session.lockFolders({parentPath});
   Held<QzvFolder> parent = session.openFolder(parentPath);
   Held<QzvFolder> created = hold(parent->createFolder(QzbString(displayName.c_str())));
   if (!created) failWith(parent->getErrorMessage(), "cannot create folder " + displayName);
@@ -72,6 +74,7 @@ void runRmdir(const GlobalOptions& global, const PathOptions& options) {
   VaultSession session(global);
   const VaultPath path = session.resolve(options.path);
   if (path.isRoot()) failUsage("rmdir: the vault's root cannot be removed");
+  const auto locks = session.lockFolders({path.parent(), path});
   Held<QzvFolder> folder = session.openFolder(path);
   if (!folder->deleteSelf()) failWith(folder->getErrorMessage(), "cannot remove " + path.shown());
   if (options.json) printJson(Json{{"removed", path.shown()}});
@@ -83,9 +86,11 @@ void runRename(const GlobalOptions& global, const TwoArguments& arguments) {
   const VaultPath path = session.resolve(arguments.first);
   const QzbString newName(arguments.second.c_str());
   if (path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder) {
+    const auto locks = session.lockFolders({path});
     Held<QzvFolder> folder = session.openFolder(path);
     if (!folder->renameSelf(newName)) failWith(folder->getErrorMessage(), "cannot rename " + path.shown());
   } else {
+    const auto locks = session.lockFolders({path.parent()});
     session.requireReadable(path);
     Held<QzvObject> object = session.openObject(path);
     if (!object->renameSelf(newName)) failWith(object->getErrorMessage(), "cannot rename " + path.shown());
@@ -99,9 +104,11 @@ void runFsRename(const GlobalOptions& global, const TwoArguments& arguments) {
   const VaultPath path = session.resolve(arguments.first);
   const QzbString newName(arguments.second.c_str());
   if (path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder) {
+    const auto locks = session.lockFolders({path.parent(), path});
     Held<QzvFolder> folder = session.openFolder(path);
     if (!folder->fsRename(newName)) failWith(folder->getErrorMessage(), "cannot rename " + path.shown());
   } else {
+    const auto locks = session.lockFolders({path.parent()});
     Held<QzvObject> object = session.openObject(path);
     if (!object->fileRename(newName)) failWith(object->getErrorMessage(), "cannot rename " + path.shown());
   }
@@ -118,12 +125,16 @@ void runMv(const GlobalOptions& global, const TwoArguments& arguments) {
   const VaultPath source = session.resolve(arguments.first);
   const VaultPath destination = session.resolve(arguments.second);
   if (source.isRoot()) failUsage("mv: the vault's root cannot be moved");
+  const bool movesFolder = session.kindOf(source) == VaultSession::Kind::kFolder;
+  if (movesFolder && (destination.relative == source.relative ||
+                      destination.relative.rfind(source.relative + "/", 0) == 0)) {
+    failUsage("mv: " + source.shown() + " cannot move into itself");
+  }
+  std::vector<VaultPath> lockedFolders = {source.parent(), destination};
+  if (movesFolder) lockedFolders.push_back(source);
+  const auto locks = session.lockFolders(lockedFolders);
   Held<QzvFolder> target = session.openFolder(destination);
-  if (session.kindOf(source) == VaultSession::Kind::kFolder) {
-    if (destination.relative == source.relative ||
-        destination.relative.rfind(source.relative + "/", 0) == 0) {
-      failUsage("mv: " + source.shown() + " cannot move into itself");
-    }
+  if (movesFolder) {
     Held<QzvFolder> folder = session.openFolder(source);
     if (!folder->moveSelf(target.get())) failWith(folder->getErrorMessage(), "cannot move " + source.shown());
   } else {
@@ -146,6 +157,7 @@ void runAdd(const GlobalOptions& global, const AddOptions& options) {
 
   VaultSession session(global);
   const VaultPath folderPath = session.resolve(options.folder);
+  const auto locks = session.lockFolders({folderPath});
   Held<QzvFolder> folder = session.openFolder(folderPath);
   QzbString fullPath;
   QzbString fileName;
@@ -158,8 +170,8 @@ void runAdd(const GlobalOptions& global, const AddOptions& options) {
   if (!vaultPathOf(session.root(), text(fullPath), &objectPath)) {
     fail("the library chose a file outside the vault: " + text(fullPath));
   }
-  fs::copy_file(options.file, text(fullPath), error);
-  if (error) fail("cannot copy " + options.file + " into the vault: " + error.message());
+  // Whole or not at all, and never over a file that appeared meanwhile.
+  copyIntoPlace(options.file, text(fullPath));
 
   // From here on a failure takes the copy away again, so that nothing is left:
   // neither the file nor the rows that listing the folder cached for it.
@@ -199,6 +211,7 @@ void runRm(const GlobalOptions& global, const PathOptions& options) {
   if (path.isRoot() || session.kindOf(path) == VaultSession::Kind::kFolder) {
     failUsage("rm: " + path.shown() + " is a folder (use rmdir)");
   }
+  const auto locks = session.lockFolders({path.parent()});
   Held<QzvObject> object = session.openObject(path);
   if (!object->deleteSelf()) failWith(object->getErrorMessage(), "cannot remove " + path.shown());
   if (options.json) printJson(Json{{"removed", path.shown()}});

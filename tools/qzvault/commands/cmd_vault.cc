@@ -54,6 +54,7 @@ void runInit(const GlobalOptions& global, const InitOptions& options) {
     if (error) fail("cannot create " + directory + ": " + error.message());
   }
   VaultSession session(global, directory);
+  const auto locks = session.lockFolders({session.resolve(".")});
 
   const std::string existing = storedUuid(session.vault());
   std::string uuid = existing;
@@ -77,11 +78,44 @@ void runInit(const GlobalOptions& global, const InitOptions& options) {
   }
 }
 
+// What the vault's file system means for sharing it (docs/sharing.md).
+struct FileSystemReport {
+  std::string type;
+  bool shared = false;
+  bool rollbackJournals = true;
+
+  // The vault works across machines only with rollback journals; whether
+  // the file server honours POSIX advisory locks cannot be seen from here.
+  bool supportedSharedMode() const { return rollbackJournals; }
+  std::string describe() const {
+    if (!shared) {
+      return type + ", local" +
+             (rollbackJournals ? "" : " (a metadata database uses write-ahead logging: not fit for sharing)");
+    }
+    return type + ", shared with other machines: " +
+           (rollbackJournals ? "runs in the supported shared mode (rollback journals; the file server must "
+                               "honour POSIX advisory locks)"
+                             : "NOT in the supported shared mode (a metadata database uses write-ahead "
+                               "logging, which does not work across machines)");
+  }
+};
+
+FileSystemReport fileSystemOf(QzvVault* vault) {
+  FileSystemReport report;
+  QzbString type;
+  if (!vault->getFileSystem(&type, &report.shared, &report.rollbackJournals)) {
+    failWith(vault->getErrorMessage(), "cannot examine the vault's file system");
+  }
+  report.type = text(type);
+  return report;
+}
+
 void runInfo(const GlobalOptions& global, bool json) {
   VaultSession session(global);
   std::string uuid;
   std::string problem;
   const bool readable = readUuid(session.vault(), &uuid, &problem);
+  const FileSystemReport fileSystem = fileSystemOf(session.vault());
   if (json) {
     Json plugins = Json::array();
     for (const PluginInfo& plugin : session.plugins()) {
@@ -93,7 +127,11 @@ void runInfo(const GlobalOptions& global, bool json) {
                    {"uuidProblem", readable ? Json(nullptr) : Json(problem)},
                    {"pluginDirectory", session.pluginDirectory().path},
                    {"pluginDirectorySource", session.pluginDirectory().source},
-                   {"plugins", plugins}});
+                   {"plugins", plugins},
+                   {"fileSystem", Json{{"type", fileSystem.type},
+                                       {"shared", fileSystem.shared},
+                                       {"rollbackJournals", fileSystem.rollbackJournals},
+                                       {"supportedSharedMode", fileSystem.supportedSharedMode()}}}});
     return;
   }
   TextTable table;
@@ -102,6 +140,7 @@ void runInfo(const GlobalOptions& global, bool json) {
   table.addRow({"UUID:", !readable       ? "(cannot be read: " + oneLine(problem) + ")"
                         : uuid.empty() ? std::string("(none)")
                                        : uuid});
+  table.addRow({"File system:", fileSystem.describe()});
   table.addRow({"Plug-ins:", session.pluginDirectory().path + " (" +
                                  session.pluginDirectory().source + ")"});
   table.print(std::cout);

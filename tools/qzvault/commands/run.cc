@@ -96,10 +96,11 @@ int parseAndRun(int argc, char** argv) {
     std::cout.flush();
     return kExitSuccess;
   } catch (const ToolError& error) {
-    // A usage error says what to run to learn the right usage.
+    // A usage error says what to run to learn the right usage. A command that
+    // says what it found on stdout (diff) ends without a message.
     if (error.exitStatus() == kExitUsage) {
       printError(saysWhatToRun(error.what()) ? error.what() : error.what() + seeHelp(app));
-    } else {
+    } else if (*error.what() != '\0') {
       printError(error.what());
     }
     return error.exitStatus();

@@ -1,4 +1,4 @@
-# bash completion for qzvault: commands, the commands of attr and version,
+# bash completion for qzvault: commands, the commands of attr, version and locks,
 # global options, and file names for everything else (vault paths are paths
 # relative to the current folder, so the shell's own file names fit them).
 #
@@ -6,7 +6,7 @@
 # on first use; or source it from ~/.bashrc. The command list is checked
 # against `qzvault --help` by the tests, so a new command must be added here.
 
-_qzvault_commands="init info ls tree mkdir rmdir rename fsrename mv add rm attr version lock unlock status analyze deps used-by resources types clean lineage graph demo check config help"
+_qzvault_commands="init info ls tree mkdir rmdir rename fsrename mv add rm attr version log show diff lock unlock locks status analyze deps used-by resources types clean lineage graph demo check config help"
 _qzvault_global_options="-C --vault --plugins --log-level --set --help --help-all --version"
 
 _qzvault() {
@@ -67,6 +67,7 @@ _qzvault() {
     case "$command" in
       attr) mapfile -t COMPREPLY < <(compgen -W "list get set clear" -- "$current"); return 0 ;;
       version) mapfile -t COMPREPLY < <(compgen -W "create list rollback" -- "$current"); return 0 ;;
+      locks) mapfile -t COMPREPLY < <(compgen -W "list clear" -- "$current"); return 0 ;;
     esac
   fi
   mapfile -t COMPREPLY < <(compgen -f -- "$current")

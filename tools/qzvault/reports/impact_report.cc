@@ -45,6 +45,7 @@ ResourceRow resourceRow(QzResource* resource) {
   row.location = text(resource->getResourceLocation());
   row.macro = resource->IsResourceIdentityMacroValue();
   row.resolved = resource->IsResolved();
+  row.analysed = resource->getAnalysisDate();
   return row;
 }
 

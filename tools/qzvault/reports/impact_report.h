@@ -23,6 +23,9 @@ struct ResourceRow {
   std::string location;
   bool macro = false;
   bool resolved = true;
+  // When the resource was last analysed; the date of numeric value 0 when it
+  // never was.
+  QzbDate analysed;
 };
 
 ResourceRow resourceRow(QzResource* resource);

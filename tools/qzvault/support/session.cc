@@ -1,10 +1,13 @@
 #include "session.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
 
 #include "file_names.h"
+#include "qzbase/platform.h"
 #include "output.h"
 #include "qzbase/file_types.h"
 #include "tool_error.h"
@@ -16,6 +19,15 @@ namespace fs = std::filesystem;
 namespace qzvtool {
 namespace {
 
+// How long a command waits for a folder lock that another process holds,
+// unless the configuration says otherwise: the library's own default (three
+// tries a second apart) is too short for commands that queue behind each
+// other. The default is applied here, by trying again, rather than stored in
+// the configuration, so that `config` lists only what someone set.
+const char kLockWaitKey[] = "QZVLT/LOCK_WAIT_MS";
+const std::chrono::milliseconds kDefaultLockWait(30000);
+const char kBypassKey[] = "QZVLT/BYPASS";
+
 }  // namespace
 
 void applySettings(const std::vector<std::string>& settings) {
@@ -26,6 +38,28 @@ void applySettings(const std::vector<std::string>& settings) {
                           QzbString(setting.substr(equals + 1).c_str()), QzbString("--set", true));
   }
 }
+
+namespace {
+
+// Takes the folder's lock. With a configured wait the library waits as
+// configured; without one its own tries are repeated until the tool's
+// default wait has passed. A folder this user cannot write is not waited
+// for: its lock can never be taken.
+bool lockWithDefaultWait(QzvFolder* folder, const std::string& directory) {
+  if (folder->tranLock()) return true;
+  QzbString configured;
+  if (qzbGetConfigOptions(nullptr)->getOption(QzbString(kLockWaitKey, true), &configured, 0)) {
+    return false;
+  }
+  if (np_fio_open(directory.c_str(), NP_FIO_PROBE_WRITE, nullptr) != NP_OK) return false;
+  const auto deadline = std::chrono::steady_clock::now() + kDefaultLockWait;
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (folder->tranLock()) return true;
+  }
+  return false;
+}
+
+}  // namespace
 
 VaultSession::VaultSession(const GlobalOptions& options) {
   const VaultLocation location = locateVault(options);
@@ -119,6 +153,38 @@ Held<QzvObject> VaultSession::openObject(const VaultPath& path) {
   Held<QzvObject> object = hold(folder->getChildObject(QzbString(path.absolute.c_str())));
   if (!object) failWith(folder->getErrorMessage(), "cannot open object " + path.shown());
   return object;
+}
+
+void VaultSession::requireStoredMetadata() const {
+  QzbString bypass;
+  if (qzbGetConfigOptions(nullptr)->getOption(QzbString(kBypassKey, true), &bypass, 0) &&
+      !bypass.isEmpty()) {
+    fail(std::string("the vault's metadata is kept in memory only in this run (") + kBypassKey +
+         " is set): nothing would be stored, so nothing is changed");
+  }
+}
+
+std::vector<Held<QzvFolder>> VaultSession::lockFolders(std::vector<VaultPath> paths) {
+  requireStoredMetadata();
+  std::sort(paths.begin(), paths.end(),
+            [](const VaultPath& a, const VaultPath& b) { return a.relative < b.relative; });
+  paths.erase(std::unique(paths.begin(), paths.end(),
+                          [](const VaultPath& a, const VaultPath& b) {
+                            return a.relative == b.relative;
+                          }),
+              paths.end());
+  std::vector<Held<QzvFolder>> held;
+  for (const VaultPath& path : paths) {
+    Held<QzvFolder> folder = openFolder(path);
+    if (!lockWithDefaultWait(folder.get(), path.absolute)) {
+      // A folder this user cannot write cannot be changed either, and the
+      // library's own refusal of the change says so better than the lock.
+      if (np_fio_open(path.absolute.c_str(), NP_FIO_PROBE_WRITE, nullptr) != NP_OK) continue;
+      failWith(folder->getErrorMessage(), "cannot lock folder " + path.shown());
+    }
+    held.push_back(std::move(folder));
+  }
+  return held;
 }
 
 std::string VaultSession::pluginTypeFor(const std::string& fileName) const {

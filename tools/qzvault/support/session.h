@@ -71,6 +71,21 @@ class VaultSession {
   // one fails with the library's message.
   Held<QzvObject> openObject(const VaultPath& path);
 
+  // Holds the folder lock of each folder in `paths` (vault paths of folders;
+  // duplicates count once) for as long as the returned folders live, taken
+  // in the order of their paths so that two commands never wait for each
+  // other. A command that reads what it then changes holds the lock of the
+  // folder whose metadata it changes, so that another process's change in
+  // between cannot be lost. Waits up to the configured time (the key
+  // QZVLT/LOCK_WAIT_MS, 30 seconds when not set) and fails (exit status 1)
+  // naming the holder. Refuses first, as requireStoredMetadata does, when
+  // nothing would be stored.
+  std::vector<Held<QzvFolder>> lockFolders(std::vector<VaultPath> paths);
+  // Fails (exit status 1) when the metadata of this run is kept in memory
+  // only (the configuration key QZVLT/BYPASS is set): a change would report
+  // success and store nothing.
+  void requireStoredMetadata() const;
+
   // The type name of the loaded plug-in that stands for files named like
   // `fileName` (by the file family's extension table), or "".
   std::string pluginTypeFor(const std::string& fileName) const;
