@@ -121,8 +121,9 @@ TEST_F(ObjectsTest, RollbackWithDiscardRestoresAVersionAndDropsNewerOnes) {
 }
 
 TEST_F(ObjectsTest, RollbackFailures) {
-  // Version numbers start at 1: 0 is refused before the library is asked.
-  expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "0"}), 2, "version");
+  // Version numbers start at 1: 0 is refused with the library's own words.
+  expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "0"}), 1,
+                     "Invalid rollback version number");
   expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "3"}), 1,
                      "No valid file for rollback operation");
   expectOneLineError(runOn(vault_, {"version", "rollback", "Data/plan.txt", "0", "--discard"}), 1,
