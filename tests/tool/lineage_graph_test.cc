@@ -5,6 +5,7 @@
 // some use the demo vault.
 #include <sqlite3.h>
 
+#include <filesystem>
 #include <map>
 #include <regex>
 #include <set>
@@ -302,6 +303,14 @@ TEST_F(HandMadeLineageTest, OutputWritesTheGraphToAFile) {
   ASSERT_EQ(result.status, 0) << result.describe();
   EXPECT_EQ(result.out, "Wrote " + file + " (9 resources, 8 edges)\n");
   EXPECT_EQ(dotEdges(qztest::readFile(file)).size(), 8u);
+}
+
+TEST_F(HandMadeLineageTest, OutputDashIsStdout) {
+  const ToolResult toStdout = runOn(vault_, {"graph", "--output", "-"});
+  ASSERT_EQ(toStdout.status, 0) << toStdout.describe();
+  EXPECT_EQ(toStdout.out, runOn(vault_, {"graph"}).out);
+  EXPECT_EQ(dotEdges(toStdout.out).size(), 8u);
+  EXPECT_FALSE(std::filesystem::exists(vault_ + "/-"));
 }
 
 TEST_F(HandMadeLineageTest, SvgIsRenderedWhenDotIsOnPath) {

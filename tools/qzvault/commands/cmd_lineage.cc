@@ -166,7 +166,10 @@ std::string graphSize(const LineageGraph& graph) {
          std::to_string(graph.edges.size()) + (graph.edges.size() == 1 ? " edge" : " edges");
 }
 
-void runGraph(const GlobalOptions& global, const GraphOptions& options) {
+void runGraph(const GlobalOptions& global, const GraphOptions& given) {
+  // "--output -" is stdout, as with other tools.
+  GraphOptions options = given;
+  if (options.output == "-") options.output.clear();
   checkDepth(options.depthGiven, options.depth, options.resource);
   if (!options.output.empty() && options.output == options.svg) {
     failUsage("--output and --svg name the same file " + options.output);
@@ -286,7 +289,7 @@ void addLineageCommands(CLI::App& app, ToolContext& context) {
   graphCommand->add_option("--format", graph->format, "dot (default) or json")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"dot", "json"}));
-  graphCommand->add_option("--output,-o", graph->output, "Write the graph to FILE instead of stdout")
+  graphCommand->add_option("--output,-o", graph->output, "Write the graph to FILE instead of stdout (\"-\": stdout)")
       ->type_name("FILE")
       ->check(maxBytes(kMaxPathBytes));
   graphCommand->add_option("--svg", graph->svg,
