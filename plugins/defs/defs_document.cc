@@ -94,7 +94,9 @@ bool DefsDocument::parse(const std::string& text, std::string* reason) {
   Json root;
   try {
     root = Json::parse(text);
-  } catch (const Json::parse_error& error) {
+  } catch (const Json::exception& error) {
+    // A syntax error, and also a number too large for a double
+    // ("1e2800"), which the parser reports as out of range.
     *reason = std::string("not a JSON document: ") + error.what();
     return false;
   }

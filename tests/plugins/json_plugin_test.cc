@@ -445,7 +445,9 @@ TEST_F(JsonPluginTest, OpenFileOfInvalidJsonGivesNull) {
                                           R"({"name": })",
                                           R"({"name": "a"} trailing)",
                                           R"({"name": "a",})",
-                                          "{\"name\": \"\xC3\x28\"}"};  // malformed UTF-8
+                                          "{\"name\": \"\xC3\x28\"}",  // malformed UTF-8
+                                          // a number beyond any double, once found by fuzzing
+                                          R"({"name": "a", "size": 333.3333e2800})"};
   for (std::size_t i = 0; i < texts.size(); ++i) {
     qztest::LogCapture log;
     const std::string name = "bad" + std::to_string(i) + ".job.def";
