@@ -34,11 +34,13 @@
 //
 // Every finding has a severity. Damage (QZV_CHECK_SEVERITY_DAMAGE) is
 // something wrong that stays wrong until it is repaired: a database that is
-// damaged or not a database, rows of files that are gone, orphan version
-// files, dangling edges, stale locks, a folder that cannot be read. A note
-// (QZV_CHECK_SEVERITY_NOTE) is hygiene that normal use leaves behind and that
-// does no harm: resources that take part in no dependency, and cached rows
-// older than their file, which the folder's next listing refreshes anyway.
+// damaged or not a database, fixed rows of files that are gone, orphan
+// version files, dangling edges, stale locks, a folder that cannot be read. A
+// note (QZV_CHECK_SEVERITY_NOTE) is hygiene that normal use leaves behind and
+// that does no harm: resources that take part in no dependency, and cached
+// rows of files that changed or went (removing, renaming or moving an object
+// leaves its cached rows behind), which the folder's next listing refreshes
+// or drops anyway.
 // Which kind has which severity is listed with each kind below.
 //
 // Run the check while no host is changing the vault. In the middle of an

@@ -1,9 +1,11 @@
 // A check that stays quiet after normal use: after `qzvault demo`, after
-// `analyze` of a tree, after `version create` and `version rollback`, check
-// exits 0. What normal use leaves behind (resources that take part in no
-// dependency, cached rows older than their file) is reported as notes, which
-// fail the check only with --strict.
+// `analyze` of a tree, after `version create` and `version rollback`, after
+// `rm`, `fsrename` and `mv`, check exits 0. What normal use leaves behind
+// (resources that take part in no dependency, cached rows older than their
+// file or of a file that went) is reported as notes, which fail the check
+// only with --strict.
 #include <filesystem>
+#include <set>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -99,6 +101,35 @@ TEST(CheckAfterUse, VersionCreateAndRollbackPass) {
   quietCheck(vault);
   expectOk(runOn(vault, {"ls", "Data"}));
   quietCheck(vault);
+}
+
+TEST(CheckAfterUse, RemovingRenamingAndMovingObjectsPass) {
+  TempDir dir;
+  const std::string vault = dir.join("vault");
+  qztool::initVault(vault);
+  for (const char* name : {"a.csv", "b.csv", "c.csv"}) qztool::writeText(dir.join(name), "id\n1\n");
+  expectOk(runOn(vault, {"mkdir", "Data"}));
+  expectOk(runOn(vault, {"mkdir", "Old"}));
+  for (const char* name : {"a.csv", "b.csv", "c.csv"}) expectOk(runOn(vault, {"add", dir.join(name), "Data"}));
+
+  // Each leaves the cached rows of the file's former name until the next
+  // listing of the folder.
+  expectOk(runOn(vault, {"rm", "Data/a.csv"}));
+  expectOk(runOn(vault, {"fsrename", "Data/b.csv", "b2.csv"}));
+  expectOk(runOn(vault, {"mv", "Data/c.csv", "Old"}));
+  const nlohmann::json document = quietCheck(vault);
+  std::set<std::string> paths;
+  for (const auto& finding : document["findings"]) {
+    EXPECT_EQ(finding["kind"], "stale-cache") << finding.dump();
+    paths.insert(finding["path"].get<std::string>());
+  }
+  EXPECT_EQ(paths, (std::set<std::string>{"Data/a.csv", "Data/b.csv", "Data/c.csv"}));
+  const ToolResult strict = runOn(vault, {"check", "--strict"});
+  qztool::expectOneLineError(strict, 1, "findings remain");
+
+  // The next listing drops them.
+  expectOk(runOn(vault, {"ls", "Data"}));
+  EXPECT_TRUE(quietCheck(vault)["findings"].empty());
 }
 
 }  // namespace

@@ -271,8 +271,9 @@ TEST_F(VaultCheckTest, RepairThatFailsPartWayKeepsEveryRowOfItsTransaction) {
   EXPECT_EQ(count(fixed, "SELECT COUNT(*) FROM v_object WHERE fname IN ('a.txt', 'b.txt')"), 2);
 }
 
-// Rows of a gone file are damage; rows of a changed file are a note, since
-// the folder's next listing reads the file again anyway.
+// Cached rows of a gone or changed file are notes: removing or renaming an
+// object leaves the first behind, and the folder's next listing drops the
+// first and reads the file of the second again anyway.
 TEST_F(VaultCheckTest, CachedRowsOfGoneOrChangedFilesAreFoundAndDeleted) {
   buildCleanVault();
   const std::string cached = dir_.join(".v_cmd");
@@ -283,7 +284,7 @@ TEST_F(VaultCheckTest, CachedRowsOfGoneOrChangedFilesAreFoundAndDeleted) {
   std::vector<Finding> findings = check(false);
   ASSERT_EQ(findings.size(), 2u);  // notes.txt had no fixed rows
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_STALE_CACHE);
-  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_NOTE);
   EXPECT_EQ(findings[0].path, dir_.join("notes.txt"));
   EXPECT_EQ(findings[0].detail, "cached rows of a file that is gone");
   EXPECT_EQ(findings[1].kind, QZV_CHECK_KIND_OUTDATED_CACHE);
@@ -316,7 +317,7 @@ TEST_F(VaultCheckTest, CachedAttributeRowsWithoutAFileRowAreFound) {
   std::vector<Finding> findings = check(true);
   ASSERT_EQ(findings.size(), 1u);
   EXPECT_EQ(findings[0].kind, QZV_CHECK_KIND_STALE_CACHE);
-  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_DAMAGE);
+  EXPECT_EQ(findings[0].severity, QZV_CHECK_SEVERITY_NOTE);
   EXPECT_EQ(findings[0].path, dir_.join("sub/lost.job"));
   EXPECT_EQ(findings[0].detail, "cached attribute rows of a file that is gone; rows deleted");
   EXPECT_TRUE(findings[0].repaired);
