@@ -76,6 +76,22 @@ TEST_F(DemoTest, TheSampleVaultWorksWithTheOtherCommands) {
   EXPECT_FALSE(info.json()["uuid"].is_null());
 }
 
+TEST_F(DemoTest, JsonReportsTheVaultItsAnalysisAndLineage) {
+  const std::string vault = dir_.join("demo");
+  const ToolResult result = runTool({"demo", vault, "--json"});
+  ASSERT_EQ(result.status, 0) << result.describe();
+  const nlohmann::json report = result.json();
+  EXPECT_EQ(report["root"], vault);
+  EXPECT_EQ(report["uuid"], runOn(vault, {"info", "--json"}).json()["uuid"]);
+  EXPECT_EQ(report["analyzed"], 12);
+  EXPECT_TRUE(report["failed"].empty());
+  EXPECT_FALSE(report["lineage"]["edges"].empty());
+  EXPECT_FALSE(report["usedBy"]["resources"].empty());
+  // Either a picture or the reason there is none.
+  EXPECT_NE(report["svg"].is_null(), report["svgSkipped"].is_null()) << report.dump(2);
+  EXPECT_EQ(report["tree"]["folders"].size(), 7u);
+}
+
 TEST_F(DemoTest, AnEmptyExistingDirectoryIsAccepted) {
   qztest::makeDirs(dir_.join("empty"));
   const ToolResult result = runTool({"demo", dir_.join("empty")});

@@ -95,4 +95,58 @@ TEST_F(JsonOutputTest, RemoveObjectAndFolder) {
   EXPECT_FALSE(fs::exists(vault_ + "/Archive"));
 }
 
+// show --json: text content as it is, other bytes in base64.
+TEST_F(JsonOutputTest, ShowCarriesTextAndBinaryContent) {
+  const nlohmann::json text = runJson({"show", "Data/plan.txt@current"});
+  EXPECT_EQ(text["path"], "Data/plan.txt");
+  EXPECT_EQ(text["version"], "current");
+  EXPECT_EQ(text["encoding"], "utf-8");
+  EXPECT_EQ(text["content"], "first\n");
+  EXPECT_EQ(text["size"], 6);
+  EXPECT_EQ(text["sha256"].get<std::string>().size(), 64u);
+
+  qztool::writeText(dir_.join("blob.bin"), std::string("\xff\x00\x01", 3));
+  ASSERT_EQ(runOn(vault_, {"add", dir_.join("blob.bin"), "Data"}).status, 0);
+  const nlohmann::json binary = runJson({"show", "Data/blob.bin@current"});
+  EXPECT_EQ(binary["encoding"], "base64");
+  EXPECT_EQ(binary["content"], "/wAB");
+}
+
+// diff --json: both sides and the diff; the exit status still says whether
+// they differ.
+TEST_F(JsonOutputTest, DiffSaysBothSidesAndTheChange) {
+  ASSERT_EQ(runOn(vault_, {"version", "create", "Data/plan.txt"}).status, 0);
+  const nlohmann::json same = runJson({"diff", "Data/plan.txt"});
+  EXPECT_EQ(same["identical"], true);
+  EXPECT_EQ(same["from"]["version"], 1);
+  EXPECT_EQ(same["to"]["version"], "current");
+
+  qztool::writeText(vault_ + "/Data/plan.txt", "second\n");
+  const ToolResult changed = runOn(vault_, {"diff", "Data/plan.txt", "--json"});
+  EXPECT_EQ(changed.status, 1) << changed.describe();
+  EXPECT_TRUE(changed.err.empty()) << changed.err;
+  const nlohmann::json diff = changed.json();
+  EXPECT_EQ(diff["identical"], false);
+  EXPECT_NE(diff["diff"].get<std::string>().find("-first\n+second\n"), std::string::npos) << diff.dump(2);
+}
+
+// graph --json is graph --format json; the two cannot both be given.
+TEST_F(JsonOutputTest, GraphJsonIsTheJsonFormat) {
+  const ToolResult flag = runOn(vault_, {"graph", "--json"});
+  ASSERT_EQ(flag.status, 0) << flag.describe();
+  EXPECT_EQ(flag.out, runOn(vault_, {"graph", "--format", "json"}).out);
+  EXPECT_TRUE(flag.json().contains("nodes"));
+  EXPECT_EQ(runOn(vault_, {"graph", "--json", "--format", "dot"}).status, 2);
+}
+
+TEST_F(JsonOutputTest, LocksClear) {
+  const nlohmann::json nothing = runJson({"locks", "clear", "Data"});
+  EXPECT_EQ(nothing["folder"], "Data");
+  EXPECT_EQ(nothing["cleared"], false);
+  qztool::writeText(vault_ + "/Data/.v_lck", "");
+  const nlohmann::json cleared = runJson({"locks", "clear", "Data", "--force"});
+  EXPECT_EQ(cleared["cleared"], true);
+  EXPECT_FALSE(fs::exists(vault_ + "/Data/.v_lck"));
+}
+
 }  // namespace

@@ -54,7 +54,7 @@ TEST_F(ObjectsTest, VersionCreateKeepsTheContent) {
   EXPECT_EQ(versions[0]["version"], 1);
   EXPECT_EQ(versions[1]["version"], 2);
   EXPECT_THAT(versions[0]["date"].get<std::string>(),
-              ::testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"));
+              ::testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}[-+][0-9]{2}:[0-9]{2}"));
 
   const ToolResult text = runOn(vault_, {"version", "list", "Data/plan.txt"});
   ASSERT_EQ(text.status, 0) << text.describe();

@@ -241,11 +241,45 @@ TEST_F(UsageTest, HelpTextHasNoParserArtefacts) {
   ASSERT_EQ(result.status, 0) << result.describe();
   for (const std::string artefact :
        {":INT", ":UINT", ":FLOAT", ":TEXT", ":NUMBER", " in [", "SUBCOMMAND", "Subcommands",
-        "Positionals", "DIR:DIR"}) {
+        "Positionals", "DIR:DIR", "REQUIRED", "Excludes:", "Needs:", " TEXT", "(2x)", "COMMAND COMMAND"}) {
     EXPECT_EQ(result.out.find(artefact), std::string::npos) << "help shows \"" << artefact << "\"";
   }
   EXPECT_NE(result.out.find("--log-level N "), std::string::npos) << result.out;
   EXPECT_NE(result.out.find("Commands:"), std::string::npos) << result.out;
+  // Arguments by their names, in the usage line and in their column.
+  const ToolResult set = runTool({"help", "attr", "set"});
+  ASSERT_EQ(set.status, 0) << set.describe();
+  EXPECT_NE(set.out.find("Usage: qzvault attr set [OPTIONS] PATH NAME VALUE\n"), std::string::npos) << set.out;
+  EXPECT_NE(set.out.find("\n  VALUE "), std::string::npos) << set.out;
+  const ToolResult help = runTool({"help", "help"});
+  ASSERT_EQ(help.status, 0) << help.describe();
+  EXPECT_NE(help.out.find("Usage: qzvault help [OPTIONS] [COMMAND...]\n"), std::string::npos) << help.out;
+  EXPECT_NE(help.out.find("\n  COMMAND ... "), std::string::npos) << help.out;
+}
+
+// help --json: what the text help says, for programs.
+TEST_F(UsageTest, HelpAsJsonNamesArgumentsOptionsAndCommands) {
+  const ToolResult result = runTool({"help", "attr", "set", "--json"});
+  ASSERT_EQ(result.status, 0) << result.describe();
+  const nlohmann::json help = result.json();
+  EXPECT_EQ(help["command"], "qzvault attr set");
+  EXPECT_EQ(help["description"], "Set one value of an attribute");
+  ASSERT_EQ(help["arguments"].size(), 3u);
+  EXPECT_EQ(help["arguments"][0]["name"], "PATH");
+  EXPECT_EQ(help["arguments"][0]["required"], true);
+  bool row = false;
+  for (const auto& option : help["options"]) {
+    if (option["names"] == nlohmann::json::array({"--row"})) {
+      row = true;
+      EXPECT_EQ(option["value"], "R");
+    }
+  }
+  EXPECT_TRUE(row) << help.dump(2);
+
+  const nlohmann::json top = runTool({"help", "--json"}).json();
+  bool ls = false;
+  for (const auto& command : top["commands"]) ls = ls || command["name"] == "ls";
+  EXPECT_TRUE(ls) << top.dump(2);
 }
 
 TEST_F(UsageTest, VersionNamesTheLibrary) {

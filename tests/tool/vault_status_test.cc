@@ -100,9 +100,12 @@ TEST_F(VaultStatusTest, TheWholeVaultShowsLocksChangesAndStaleLockFiles) {
 
   const ToolResult records = status({"-z"});
   ASSERT_EQ(records.status, 0) << records.describe();
-  EXPECT_EQ(records.out.substr(0, records.out.find('\0') + 1),
-            std::string("locked\tData/orders.csv\tby " + currentUser()) + '\0');
-  EXPECT_EQ(std::count(records.out.begin(), records.out.end(), '\0'), 3);
+  // Three NUL-terminated fields a finding: kind, path, detail.
+  const std::string nul(1, '\0');
+  EXPECT_EQ(records.out.substr(0, records.out.find("by " + currentUser()) + 4 + currentUser().size()),
+            "locked" + nul + "Data/orders.csv" + nul + "by " + currentUser() + nul);
+  EXPECT_EQ(std::count(records.out.begin(), records.out.end(), '\0'), 9);
+  EXPECT_EQ(records.out.find('\t'), std::string::npos);
   EXPECT_EQ(records.out.find('\n'), std::string::npos);
 }
 

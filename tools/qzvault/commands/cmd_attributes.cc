@@ -21,6 +21,7 @@ struct AttrOptions {
   int row = 0;
   int column = 0;
   bool json = false;
+  bool nul = false;  // -z (attr list)
   // The --row and --col options, which tell whether they were given.
   const CLI::Option* rowOption = nullptr;
   const CLI::Option* columnOption = nullptr;
@@ -54,6 +55,20 @@ std::string rowText(const std::vector<QzbString>& values) {
     line += text(values[i]);
   }
   return line;
+}
+
+// The -z form of attributes: every row as the attribute's name, the row
+// number and the ten column values, each field NUL-terminated.
+void printAttributeRecords(const std::vector<AttributeRows>& attributes) {
+  TextTable records;
+  for (const AttributeRows& attribute : attributes) {
+    for (std::size_t row = 0; row < attribute.rows.size(); ++row) {
+      std::vector<std::string> fields{attribute.name, std::to_string(row)};
+      for (const QzbString& value : attribute.rows[row]) fields.push_back(text(value));
+      records.addRow(std::move(fields));
+    }
+  }
+  records.printRecords(std::cout, 2 + kColumnCount);
 }
 
 // Prints attributes: one line per row, "NAME  value | value ...", with the
@@ -152,7 +167,11 @@ void runList(const GlobalOptions& global, const AttrOptions& options) {
     list = hold(object->getAttrList());
     if (!list) failWith(object->getErrorMessage(), "cannot list the attributes of " + path.shown());
   }
-  printAttributes(groupListing(list.get()), options.json);
+  if (options.nul) {
+    printAttributeRecords(groupListing(list.get()));
+  } else {
+    printAttributes(groupListing(list.get()), options.json);
+  }
 }
 
 void runGet(const GlobalOptions& global, const AttrOptions& options) {
@@ -246,7 +265,7 @@ void addAttributeCommands(CLI::App& app, ToolContext& context) {
   auto list = std::make_shared<AttrOptions>();
   CLI::App* listCommand = attr->add_subcommand("list", "List every attribute of a folder or object");
   listCommand->add_option("path", list->path, "The folder or object")->required()->type_name("PATH");
-  addJsonFlag(listCommand, &list->json);
+  addNulFlag(listCommand, &list->nul, addJsonFlag(listCommand, &list->json));
   listCommand->callback([&context, list] {
     context.action = [&context, list] { runList(context.global, *list); };
   });

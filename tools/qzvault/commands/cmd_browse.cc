@@ -29,6 +29,7 @@ const std::size_t kLsFields = 4;
 struct TreeOptions {
   std::string path;
   bool json = false;
+  bool nul = false;
 };
 
 std::string typeShown(const std::string& type) { return type.empty() ? "-" : type; }
@@ -84,6 +85,8 @@ void runTree(const GlobalOptions& global, const TreeOptions& options) {
   const VaultPath path = session.resolve(options.path);
   if (options.json) {
     printJson(folderTreeJson(session, path));
+  } else if (options.nul) {
+    printFolderTreeRecords(session, path);
   } else {
     printFolderTree(session, path);
   }
@@ -117,7 +120,7 @@ void addBrowseCommands(CLI::App& app, ToolContext& context) {
       app.add_subcommand("tree", "Show the folders and objects below a folder, by file name");
   treeCommand->add_option("path", tree->path, "The folder (default: the current folder, or the vault's root from outside it)")
       ->type_name("PATH");
-  addJsonFlag(treeCommand, &tree->json);
+  addNulFlag(treeCommand, &tree->nul, addJsonFlag(treeCommand, &tree->json));
   treeCommand->callback([&context, tree] {
     context.action = [&context, tree] { runTree(context.global, *tree); };
   });

@@ -20,6 +20,7 @@ struct CheckOptions {
   bool repair = false;
   bool strict = false;
   bool json = false;
+  bool nul = false;
 };
 
 std::string counted(int count, const char* one, const char* many) {
@@ -35,6 +36,7 @@ void runCheck(const GlobalOptions& global, const CheckOptions& options) {
 
   Json rows = Json::array();
   TextTable table;
+  TextTable records;
   int repaired = 0;
   int damage = 0;  // damage that remains
   int notes = 0;   // notes that remain
@@ -58,6 +60,7 @@ void runCheck(const GlobalOptions& global, const CheckOptions& options) {
                         {"detail", detail},
                         {"repaired", fixed}});
     table.addRow({fixed ? "repaired" : "found", isNote ? "note" : "damage", kind, path, oneLine(detail)});
+    records.addRow({fixed ? "repaired" : "found", isNote ? "note" : "damage", kind, path, detail});
   }
   findings.reset();
 
@@ -70,6 +73,9 @@ void runCheck(const GlobalOptions& global, const CheckOptions& options) {
                    {"damage", damage},
                    {"notes", notes},
                    {"remaining", damage + notes}});
+  } else if (options.nul) {
+    // outcome, severity, kind, path, detail; no summary line
+    records.printRecords(std::cout, 5);
   } else if (table.empty()) {
     printLine("Vault " + session.root() + ": no findings");
   } else {
@@ -104,7 +110,7 @@ void addCheckCommand(CLI::App& app, ToolContext& context) {
                     "Repair what is safe: delete stale rows, edges and unused resources, remove "
                     "stale locks and orphan version files, rebuild damaged indexes (a file that "
                     "is not a database is never touched)");
-  addJsonFlag(command, &options->json);
+  addNulFlag(command, &options->nul, addJsonFlag(command, &options->json));
   command->callback([&context, options] {
     context.action = [&context, options] { runCheck(context.global, *options); };
   });

@@ -47,7 +47,7 @@ void checkTarget(const std::string& directory) {
   if (!fs::exists(status)) return;
   if (!fs::is_directory(status)) failUsage("demo: " + directory + " is not a directory");
   if (!fs::is_empty(directory, error) || error) {
-    failUsage("demo: " + directory + " is not empty (give a new or empty directory)");
+    failUsage("demo: " + directory + " is not empty: give a new or empty directory");
   }
 }
 
@@ -105,24 +105,55 @@ void addSample(VaultSession& session, const DemoSample& sample) {
 }
 
 // lineage.svg in the demo directory, when Graphviz's dot is installed. A
-// picture that cannot be made is no reason to fail the demo.
-void drawLineage(VaultSession& session, QzvImpactAnalysis* analysis) {
+// picture that cannot be made is no reason to fail the demo. Returns the
+// picture's path, or "" with *why when there is none.
+std::string drawLineage(VaultSession& session, QzvImpactAnalysis* analysis, std::string* why) {
   const std::string picture = session.root() + "/" + kLineagePicture;
-  printLine("");
-  printLine(std::string("== qzvault graph --svg ") + kLineagePicture);
   if (!dotInstalled()) {
-    printLine("Skipped the picture: the dot program (Graphviz) is not on PATH");
-    return;
+    *why = "the dot program (Graphviz) is not on PATH";
+    return std::string();
   }
   try {
     renderSvg(lineageGraphDot(session, wholeLineage(analysis)), picture);
-    printLine("Drew the lineage graph in " + picture);
+    return picture;
   } catch (const ToolError& error) {
-    printError(error.what());
+    *why = error.what();
+    return std::string();
   }
 }
 
-void runDemo(const GlobalOptions& global, const std::string& target) {
+// The demo's report as one JSON document (--json): the vault, what was
+// analysed, the lineage graph, the picture and the two example queries.
+Json demoJson(VaultSession& session, QzvImpactAnalysis* analysis, const std::string& uuid,
+              const std::vector<ObjectEntry>& objects, const std::vector<AnalysisFailure>& failures) {
+  Json settings = Json::array();
+  for (const char* setting : kDemoSettings) settings.push_back(setting);
+  Json failed = Json::array();
+  for (const AnalysisFailure& failure : failures) {
+    failed.push_back(Json{{"path", failure.path}, {"error", oneLine(failure.message)}});
+  }
+  std::string why;
+  const std::string picture = drawLineage(session, analysis, &why);
+  Held<QzResource> orders = findResource(session, analysis, "Data/orders.csv");
+  Held<QzResource> table = findResource(session, analysis, kMacroExample);
+  Json usedBy = Json::array();
+  for (const ResourceRow& row : resourcesUsing(analysis, orders.get())) usedBy.push_back(resourceJson(session, row));
+  Json deps = Json::array();
+  for (const ResourceRow& row : resourcesUsedBy(analysis, table.get())) deps.push_back(resourceJson(session, row));
+  return Json{{"root", session.root()},
+              {"uuid", uuid},
+              {"settings", settings},
+              {"tree", folderTreeJson(session, session.resolve("."))},
+              {"analyzed", objects.size() - failures.size()},
+              {"failed", failed},
+              {"lineage", lineageGraphJson(session, wholeLineage(analysis))},
+              {"svg", picture.empty() ? Json(nullptr) : Json(picture)},
+              {"svgSkipped", picture.empty() ? Json(why) : Json(nullptr)},
+              {"usedBy", Json{{"resource", "Data/orders.csv"}, {"resources", usedBy}}},
+              {"deps", Json{{"resource", kMacroExample}, {"resources", deps}}}};
+}
+
+void runDemo(const GlobalOptions& global, const std::string& target, bool json) {
   if (demoSampleCount() == 0) fail("this qzvault was built without the sample files");
   std::error_code error;
   const std::string directory = fs::absolute(target, error).lexically_normal().string();
@@ -142,6 +173,16 @@ void runDemo(const GlobalOptions& global, const std::string& target) {
   }
   writeVaultMarker(session.root());
   for (std::size_t i = 0; i < demoSampleCount(); ++i) addSample(session, demoSamples()[i]);
+
+  if (json) {
+    const std::vector<ObjectEntry> objects = collectObjects(session, session.resolve("."), true);
+    const std::vector<AnalysisFailure> failures = analyzeObjects(session, objects);
+    Held<QzvImpactAnalysis> analysis(session.vault()->getImpactAnalysis());
+    if (!analysis) failWith(session.vault()->getErrorMessage(), "cannot open the impact-analysis store");
+    printJson(demoJson(session, analysis.get(), uuid, objects, failures));
+    if (!failures.empty()) fail(std::to_string(failures.size()) + " sample objects could not be analysed");
+    return;
+  }
 
   printLine("Made a sample vault in " + session.root() + " (UUID " + uuid + ")");
   printLine("Its definitions use configuration macros; this run sets them:");
@@ -163,7 +204,17 @@ void runDemo(const GlobalOptions& global, const std::string& target) {
   printLine("");
   printLine("== qzvault lineage");
   printLineage(session, analysis.get(), false);
-  drawLineage(session, analysis.get());
+  printLine("");
+  printLine(std::string("== qzvault graph --svg ") + kLineagePicture);
+  std::string why;
+  const std::string picture = drawLineage(session, analysis.get(), &why);
+  if (!picture.empty()) {
+    printLine("Drew the lineage graph in " + picture);
+  } else if (!dotInstalled()) {
+    printLine("Skipped the picture: " + why);
+  } else {
+    printError(why);
+  }
 
   printLine("");
   printLine("== qzvault used-by Data/orders.csv");
@@ -185,6 +236,7 @@ void runDemo(const GlobalOptions& global, const std::string& target) {
 
 void addDemoCommand(CLI::App& app, ToolContext& context) {
   auto target = std::make_shared<std::string>();
+  auto json = std::make_shared<bool>(false);
   CLI::App* command = app.add_subcommand(
       "demo", "Make a sample vault in DIR (new or empty) from the shipped sample files, "
               "list it, analyse it and print its lineage");
@@ -192,8 +244,9 @@ void addDemoCommand(CLI::App& app, ToolContext& context) {
       ->required()
       ->type_name("DIR")
       ->check(maxBytes(kMaxPathBytes));
-  command->callback([&context, target] {
-    context.action = [&context, target] { runDemo(context.global, *target); };
+  addJsonFlag(command, json.get());
+  command->callback([&context, target, json] {
+    context.action = [&context, target, json] { runDemo(context.global, *target, *json); };
   });
 }
 

@@ -3,6 +3,7 @@
 // version and the current file, as a unified diff).
 #include <iostream>
 #include <memory>
+#include <sstream>
 
 #include "cli.h"
 #include "content_digest.h"
@@ -23,12 +24,27 @@ const std::size_t kShortDigest = 16;
 struct LogOptions {
   std::string path;
   bool json = false;
+  bool nul = false;
 };
 
 struct DiffOptions {
   std::string path;
   std::vector<std::string> versions;
+  bool json = false;
 };
+
+struct ShowOptions {
+  std::string argument;  // PATH@N or PATH@current
+  bool json = false;
+};
+
+// A content's version, date, size and digest, as log gives them.
+Json contentJson(const ContentState& state) {
+  return Json{{"version", state.version == kCurrentVersion ? Json("current") : Json(state.version)},
+              {"date", isoDateTime(state.modified)},
+              {"size", state.size},
+              {"sha256", sha256OfFile(state.file)}};
+}
 
 void runLog(const GlobalOptions& global, const LogOptions& options) {
   VaultSession session(global);
@@ -38,6 +54,7 @@ void runLog(const GlobalOptions& global, const LogOptions& options) {
 
   Json versions = Json::array();
   TextTable table;
+  TextTable records;  // -z: version, date, size in bytes, full digest
   for (const ContentState& state : history) {
     const std::string digest = sha256OfFile(state.file);
     const std::string date = isoDateTime(state.modified);
@@ -47,22 +64,36 @@ void runLog(const GlobalOptions& global, const LogOptions& options) {
                             {"sha256", digest}});
     table.addRow({versionText(state.version), date, std::to_string(state.size) + (state.size == 1 ? " byte" : " bytes"),
                   "sha256:" + digest.substr(0, kShortDigest)});
+    records.addRow({versionText(state.version), date, std::to_string(state.size), digest});
   }
   if (options.json) {
     printJson(Json{{"path", path.shown()}, {"versions", versions}});
+  } else if (options.nul) {
+    records.printRecords(std::cout, 4);
   } else {
     table.print(std::cout);
   }
 }
 
-void runShow(const GlobalOptions& global, const std::string& argument) {
+void runShow(const GlobalOptions& global, const ShowOptions& options) {
   std::string pathText;
   int version = kCurrentVersion;
-  splitVersionedPath(argument, &pathText, &version);
+  splitVersionedPath(options.argument, &pathText, &version);
   VaultSession session(global);
   const VaultPath path = session.resolve(pathText);
   Held<QzvObject> object = session.openObject(path);
-  const std::string content = readContent(contentState(object.get(), path, version));
+  const ContentState state = contentState(object.get(), path, version);
+  const std::string content = readContent(state);
+  if (options.json) {
+    // Text content as it is; other bytes in base64, which JSON carries whole.
+    Json document = contentJson(state);
+    document["path"] = path.shown();
+    const bool text = isValidUtf8(content);
+    document["encoding"] = text ? "utf-8" : "base64";
+    document["content"] = text ? content : base64(content);
+    printJson(document);
+    return;
+  }
   std::cout.write(content.data(), static_cast<std::streamsize>(content.size()));
   std::cout.flush();
   if (!std::cout) fail("cannot write the content on stdout");
@@ -87,6 +118,21 @@ void runDiff(const GlobalOptions& global, const DiffOptions& options) {
   const ContentState toState = contentState(object.get(), path, to);
   const DiffSide fromSide{fromState.label(path), isoDateTime(fromState.modified), readContent(fromState)};
   const DiffSide toSide{toState.label(path), isoDateTime(toState.modified), readContent(toState)};
+  if (options.json) {
+    std::ostringstream diff;
+    const bool differ = printUnifiedDiff(fromSide, toSide, diff);
+    printJson(Json{{"path", path.shown()},
+                   {"from", contentJson(fromState)},
+                   {"to", contentJson(toState)},
+                   {"identical", !differ},
+                   {"diff", diff.str()}});
+    // The exit status says the same as without --json.
+    if (differ) {
+      std::cout.flush();
+      throw ToolError(kExitFailure, std::string());
+    }
+    return;
+  }
   if (printUnifiedDiff(fromSide, toSide, std::cout)) {
     // Exit status 1 without a message, as diff says that contents differ.
     std::cout.flush();
@@ -102,15 +148,16 @@ void addHistoryCommands(CLI::App& app, ToolContext& context) {
       "log", "List an object's current content and its versions, newest first, with date, size "
              "and SHA-256 digest");
   logCommand->add_option("path", log->path, "The object")->required()->type_name("PATH");
-  addJsonFlag(logCommand, &log->json);
+  addNulFlag(logCommand, &log->nul, addJsonFlag(logCommand, &log->json));
   logCommand->callback([&context, log] {
     context.action = [&context, log] { runLog(context.global, *log); };
   });
 
-  auto show = std::make_shared<std::string>();
+  auto show = std::make_shared<ShowOptions>();
   CLI::App* showCommand =
       app.add_subcommand("show", "Write the content of version N of an object (or its current content) on stdout");
-  showCommand->add_option("version", *show, "PATH@N, or PATH@current")->required()->type_name("PATH@N");
+  showCommand->add_option("version", show->argument, "The object and its version N (PATH@current: its current content)")->required()->type_name("PATH@N");
+  addJsonFlag(showCommand, &show->json);
   showCommand->callback([&context, show] {
     context.action = [&context, show] { runShow(context.global, *show); };
   });
@@ -121,9 +168,10 @@ void addHistoryCommands(CLI::App& app, ToolContext& context) {
               "content, from version N to the current content, or from N to M. Exit status 1 when "
               "they differ");
   diffCommand->add_option("path", diff->path, "The object")->required()->type_name("PATH");
-  diffCommand->add_option("versions", diff->versions, "N [M]: versions (numbers, or current)")
+  diffCommand->add_option("versions", diff->versions, "From version N (default: the newest) to version M (default: the current content); a number or current")
       ->type_name("N [M]")
       ->expected(0, 2);
+  addJsonFlag(diffCommand, &diff->json);
   diffCommand->callback([&context, diff] {
     context.action = [&context, diff] { runDiff(context.global, *diff); };
   });

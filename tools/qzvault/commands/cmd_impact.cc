@@ -24,6 +24,12 @@ struct ResourceOptions {
   std::string resource;
   std::string type;
   bool json = false;
+  bool nul = false;
+};
+
+struct TypesOptions {
+  bool json = false;
+  bool nul = false;
 };
 
 Held<QzvImpactAnalysis> openAnalysis(VaultSession& session) {
@@ -73,14 +79,14 @@ void runNeighbours(const GlobalOptions& global, const ResourceOptions& options, 
   Held<QzResource> resource = findResource(session, analysis.get(), options.resource);
   const std::vector<ResourceRow> rows = users ? resourcesUsing(analysis.get(), resource.get())
                                               : resourcesUsedBy(analysis.get(), resource.get());
-  printResources(session, rows, options.json);
+  printResources(session, rows, options.json, options.nul);
 }
 
 void runResources(const GlobalOptions& global, const ResourceOptions& options) {
   VaultSession session(global);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   if (options.type.empty()) {
-    printResources(session, allResources(analysis.get()), options.json);
+    printResources(session, allResources(analysis.get()), options.json, options.nul);
     return;
   }
   const QzbString before = analysis->getErrorMessage();
@@ -90,17 +96,17 @@ void runResources(const GlobalOptions& global, const ResourceOptions& options) {
   if (rows.empty() && analysis->getErrorMessage() != before) {
     failWith(analysis->getErrorMessage(), "cannot read the impact-analysis store");
   }
-  printResources(session, rows, options.json);
+  printResources(session, rows, options.json, options.nul);
 }
 
-void runTypes(const GlobalOptions& global, bool json) {
+void runTypes(const GlobalOptions& global, const TypesOptions& options) {
   VaultSession session(global);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   // The store's own list of types tells how many there are but not their
   // names, so they are counted from the resources.
   std::map<std::string, int> counts;
   for (const ResourceRow& row : allResources(analysis.get())) ++counts[row.type];
-  if (json) {
+  if (options.json) {
     Json types = Json::array();
     for (const auto& entry : counts) types.push_back(Json{{"type", entry.first}, {"resources", entry.second}});
     printJson(types);
@@ -108,7 +114,11 @@ void runTypes(const GlobalOptions& global, bool json) {
   }
   TextTable table;
   for (const auto& entry : counts) table.addRow({entry.first, std::to_string(entry.second)});
-  table.print(std::cout);
+  if (options.nul) {
+    table.printRecords(std::cout, 2);
+  } else {
+    table.print(std::cout);
+  }
 }
 
 void runClean(const GlobalOptions& global, bool json) {
@@ -136,7 +146,7 @@ void addResourceArgument(CLI::App* command, ResourceOptions* options) {
       ->required()
       ->type_name("RESOURCE")
       ->check(maxBytes(kMaxPathBytes));
-  addJsonFlag(command, &options->json);
+  addNulFlag(command, &options->nul, addJsonFlag(command, &options->json));
 }
 
 }  // namespace
@@ -176,17 +186,17 @@ void addImpactCommands(CLI::App& app, ToolContext& context) {
       ->add_option("--type", resources->type, "Only resources of this type (" + limitText(kMaxNameBytes) + ")")
       ->type_name("T")
       ->check(maxBytes(kMaxNameBytes));
-  addJsonFlag(resourcesCommand, &resources->json);
+  addNulFlag(resourcesCommand, &resources->nul, addJsonFlag(resourcesCommand, &resources->json));
   resourcesCommand->callback([&context, resources] {
     context.action = [&context, resources] { runResources(context.global, *resources); };
   });
 
-  auto typesJson = std::make_shared<bool>(false);
+  auto types = std::make_shared<TypesOptions>();
   CLI::App* typesCommand =
       app.add_subcommand("types", "List the resource types of the store, with how many resources each has");
-  addJsonFlag(typesCommand, typesJson.get());
-  typesCommand->callback([&context, typesJson] {
-    context.action = [&context, typesJson] { runTypes(context.global, *typesJson); };
+  addNulFlag(typesCommand, &types->nul, addJsonFlag(typesCommand, &types->json));
+  typesCommand->callback([&context, types] {
+    context.action = [&context, types] { runTypes(context.global, *types); };
   });
 
   auto cleanJson = std::make_shared<bool>(false);

@@ -43,6 +43,7 @@ struct GraphOptions {
   int depth = QZV_LINEAGE_UNLIMITED;
   bool depthGiven = false;
   std::string format = "dot";
+  bool json = false;  // --json: the same as --format json
   std::string output;
   std::string svg;
   bool force = false;
@@ -170,6 +171,7 @@ void runGraph(const GlobalOptions& global, const GraphOptions& given) {
   // "--output -" is stdout, as with other tools.
   GraphOptions options = given;
   if (options.output == "-") options.output.clear();
+  if (options.json) options.format = "json";
   checkDepth(options.depthGiven, options.depth, options.resource);
   if (!options.output.empty() && options.output == options.svg) {
     failUsage("--output and --svg name the same file " + options.output);
@@ -286,9 +288,11 @@ void addLineageCommands(CLI::App& app, ToolContext& context) {
       ->type_name("RESOURCE")
       ->check(maxBytes(kMaxPathBytes));
   addDepthOption(graphCommand, &graph->depth, &graph->depthGiven);
-  graphCommand->add_option("--format", graph->format, "dot (default) or json")
-      ->type_name("FORMAT")
-      ->check(CLI::IsMember({"dot", "json"}));
+  CLI::Option* format = graphCommand->add_option("--format", graph->format, "dot (default) or json")
+                            ->type_name("FORMAT")
+                            ->check(CLI::IsMember({"dot", "json"}));
+  graphCommand->add_flag("--json", graph->json, "Write the graph as JSON (the same as --format json)")
+      ->excludes(format);
   graphCommand->add_option("--output,-o", graph->output, "Write the graph to FILE instead of stdout (\"-\": stdout)")
       ->type_name("FILE")
       ->check(maxBytes(kMaxPathBytes));

@@ -17,6 +17,7 @@ struct LocksOptions {
   std::string path;
   bool force = false;
   bool json = false;
+  bool nul = false;
 };
 
 struct LockRow {
@@ -73,8 +74,15 @@ void runList(const GlobalOptions& global, const LocksOptions& options) {
     printJson(list);
     return;
   }
+  if (options.nul) {
+    // folder, state, holder (empty when unknown)
+    TextTable records;
+    for (const LockRow& row : rows) records.addRow({row.folder, row.state, row.holder});
+    records.printRecords(std::cout, 3);
+    return;
+  }
   if (rows.empty()) {
-    std::cout << "No folder of " << path.shown() << " is locked\n";
+    printLine("No folder of " + path.shown() + " is locked");
     return;
   }
   TextTable table;
@@ -92,7 +100,11 @@ void runClear(const GlobalOptions& global, const LocksOptions& options) {
   QzbString state;
   folder->getLockHolder(&holder, &state);
   if (text(state) == "none") {
-    std::cout << "Folder " << path.shown() << " is not locked\n";
+    if (options.json) {
+      printJson(Json{{"folder", path.shown()}, {"cleared", false}, {"holder", nullptr}});
+    } else {
+      printLine("Folder " + path.shown() + " is not locked");
+    }
     return;
   }
   if (!folder->clearLock(options.force)) {
@@ -102,9 +114,13 @@ void runClear(const GlobalOptions& global, const LocksOptions& options) {
     const std::string reason = text(folder->getErrorMessage());
     fail((reason.empty() ? "cannot clear the lock of " + path.shown() : reason) + hint);
   }
-  std::cout << "Cleared the lock of " << path.shown();
-  if (!text(holder).empty()) std::cout << " held by " << text(holder);
-  std::cout << '\n';
+  if (options.json) {
+    printJson(Json{{"folder", path.shown()},
+                   {"cleared", true},
+                   {"holder", text(holder).empty() ? Json(nullptr) : Json(text(holder))}});
+    return;
+  }
+  printLine("Cleared the lock of " + path.shown() + (text(holder).empty() ? "" : " held by " + text(holder)));
 }
 
 }  // namespace
@@ -116,7 +132,7 @@ void addLocksCommands(CLI::App& app, ToolContext& context) {
       "List the folder locks of the vault (the locks hosts and this tool hold while they change "
       "a folder) with their holders; 'locks clear' removes one whose holder has ended");
   locks->require_subcommand(0, 1);
-  addJsonFlag(locks, &list->json);
+  addNulFlag(locks, &list->nul, addJsonFlag(locks, &list->json));
   locks->callback([&context, list, locks] {
     if (locks->get_subcommands().empty()) {
       context.action = [&context, list] { runList(context.global, *list); };
@@ -127,7 +143,7 @@ void addLocksCommands(CLI::App& app, ToolContext& context) {
   CLI::App* listCommand =
       locks->add_subcommand("list", "List the locked folders below PATH (default: the root)");
   listCommand->add_option("path", listOptions->path, "The folder to start from")->type_name("PATH");
-  addJsonFlag(listCommand, &listOptions->json);
+  addNulFlag(listCommand, &listOptions->nul, addJsonFlag(listCommand, &listOptions->json));
   listCommand->callback([&context, listOptions] {
     context.action = [&context, listOptions] { runList(context.global, *listOptions); };
   });
@@ -141,6 +157,7 @@ void addLocksCommands(CLI::App& app, ToolContext& context) {
   clearCommand->add_flag("--force", clear->force,
                          "Remove the lock even though its holder may still run (it then loses "
                          "the lock)");
+  addJsonFlag(clearCommand, &clear->json);
   clearCommand->callback([&context, clear] {
     context.action = [&context, clear] { runClear(context.global, *clear); };
   });

@@ -9,6 +9,7 @@
 
 #include "cli.h"
 #include "file_copy.h"
+#include "iso_date.h"
 #include "listing.h"
 #include "output.h"
 #include "qzbase/platform.h"
@@ -26,6 +27,7 @@ struct VersionOptions {
   std::string from;
   int version = 0;
   bool json = false;
+  bool nul = false;
   bool discard = false;
 };
 
@@ -84,11 +86,14 @@ void runVersionList(const GlobalOptions& global, const VersionOptions& options) 
     QzbDate date;
     // Numbers without a file (gaps) are skipped.
     if (object->getVersionFileName(version, &date).isNull()) continue;
-    versions.push_back(Json{{"version", version}, {"date", jsonText(date.asString())}});
-    table.addRow({std::to_string(version), text(date.asString())});
+    const std::string when = isoDateTime(date);
+    versions.push_back(Json{{"version", version}, {"date", when.empty() ? Json(nullptr) : Json(when)}});
+    table.addRow({std::to_string(version), when});
   }
   if (options.json) {
     printJson(Json{{"path", path.shown()}, {"versions", versions}});
+  } else if (options.nul) {
+    table.printRecords(std::cout, 2);
   } else {
     table.print(std::cout);
   }
@@ -228,14 +233,12 @@ void printVaultStatus(const VaultPath& path, bool recursive, const VaultStatus& 
     printJson(Json{{"path", path.shown()}, {"recursive", recursive}, {"objects", status.objects}, {"findings", findings}});
     return;
   }
-  if (options.nulSeparated) {
-    for (const StatusFinding& finding : status.findings) {
-      std::cout << finding.kind << '\t' << finding.path << '\t' << finding.detail << '\0';
-    }
-    return;
-  }
   TextTable table;
   for (const StatusFinding& finding : status.findings) table.addRow({finding.kind, finding.path, finding.detail});
+  if (options.nulSeparated) {
+    table.printRecords(std::cout, 3);
+    return;
+  }
   table.print(std::cout);
   const std::string objects = std::to_string(status.objects) + (status.objects == 1 ? " object" : " objects");
   if (status.findings.empty()) {
@@ -323,7 +326,7 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
   auto list = std::make_shared<VersionOptions>();
   CLI::App* listCommand = version->add_subcommand("list", "List an object's versions with their dates");
   listCommand->add_option("path", list->path, "The object")->required()->type_name("PATH");
-  addJsonFlag(listCommand, &list->json);
+  addNulFlag(listCommand, &list->nul, addJsonFlag(listCommand, &list->json));
   listCommand->callback([&context, list] {
     context.action = [&context, list] { runVersionList(context.global, *list); };
   });
@@ -373,9 +376,7 @@ void addObjectCommands(CLI::App& app, ToolContext& context) {
   statusCommand->add_option("path", status->path, "An object or a folder (default: the whole vault)")
       ->type_name("PATH");
   statusCommand->add_flag("--recursive,-r", status->recursive, "Include the folders below");
-  statusCommand->add_flag("-z", status->nulSeparated,
-                          "End each finding with a NUL instead of a line break (fields separated by tabs)");
-  addJsonFlag(statusCommand, &status->json);
+  addNulFlag(statusCommand, &status->nulSeparated, addJsonFlag(statusCommand, &status->json));
   statusCommand->callback([&context, status] {
     context.action = [&context, status] { runStatus(context.global, *status); };
   });

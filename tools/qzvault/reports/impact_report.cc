@@ -97,7 +97,11 @@ Json resourceJson(const VaultSession& session, const ResourceRow& row) {
   return resource;
 }
 
-void printResources(const VaultSession& session, const std::vector<ResourceRow>& rows, bool json) {
+// The fields of a resource row: type, name, identity, macro flag.
+const std::size_t kResourceFields = 4;
+
+void printResources(const VaultSession& session, const std::vector<ResourceRow>& rows, bool json,
+                    bool records) {
   if (json) {
     Json list = Json::array();
     for (const ResourceRow& row : rows) list.push_back(resourceJson(session, row));
@@ -106,10 +110,14 @@ void printResources(const VaultSession& session, const std::vector<ResourceRow>&
   }
   TextTable table;
   for (const ResourceRow& row : rows) {
-    table.addRow({row.type, row.name.empty() ? "-" : row.name, identityShown(session, row.identity),
+    table.addRow({row.type, row.name.empty() && !records ? "-" : row.name, identityShown(session, row.identity),
                   row.macro ? "macro" : ""});
   }
-  table.print(std::cout);
+  if (records) {
+    table.printRecords(std::cout, kResourceFields);
+  } else {
+    table.print(std::cout);
+  }
 }
 
 Held<QzResource> findResource(VaultSession& session, QzvImpactAnalysis* analysis,

@@ -41,8 +41,10 @@ std::string identityShown(const VaultSession& session, const std::string& identi
 std::string resourceLine(const VaultSession& session, const ResourceRow& row);
 Json resourceJson(const VaultSession& session, const ResourceRow& row);
 // One resource a line: type, name, identity (and "macro" for identities with
-// configuration macros).
-void printResources(const VaultSession& session, const std::vector<ResourceRow>& rows, bool json);
+// configuration macros). With `records` (-z) the same four fields of each
+// resource are printed NUL-terminated, an unnamed resource with an empty name.
+void printResources(const VaultSession& session, const std::vector<ResourceRow>& rows, bool json,
+                    bool records = false);
 
 // The resource a command-line argument names: a vault path (an object), or
 // TYPE:IDENTITY ("Table:db:postgresql/sales//public/orders"). An object's

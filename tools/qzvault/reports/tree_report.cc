@@ -70,7 +70,30 @@ void printTree(VaultSession& session, QzvFolder* folder, const VaultPath& path,
   }
 }
 
+void collectRecords(VaultSession& session, QzvFolder* folder, const VaultPath& path, TextTable* records) {
+  const FolderContents contents = listFolder(session, folder, path, false);
+  for (const FolderEntry& entry : contents.folders) {
+    records->addRow({"folder", entry.name, entry.path.shown(), ""});
+    Held<QzvFolder> child = openChild(folder, entry);
+    collectRecords(session, child.get(), entry.path, records);
+  }
+  for (const ObjectEntry& entry : contents.objects) {
+    records->addRow({entry.type.empty() ? "-" : entry.type, entry.name, entry.path.shown(), ""});
+  }
+  for (const LinkEntry& entry : contents.links) {
+    const std::string linkPath = path.isRoot() ? entry.name : path.shown() + "/" + entry.name;
+    records->addRow({"link", entry.name, linkPath, entry.target});
+  }
+}
+
 }  // namespace
+
+void printFolderTreeRecords(VaultSession& session, const VaultPath& path) {
+  Held<QzvFolder> folder = session.openFolder(path);
+  TextTable records;
+  collectRecords(session, folder.get(), path, &records);
+  records.printRecords(std::cout, 4);
+}
 
 void printFolderTree(VaultSession& session, const VaultPath& path) {
   Held<QzvFolder> folder = session.openFolder(path);

@@ -13,6 +13,11 @@ namespace qzvtool {
 //   |   `-- customer-sync.job.def  "Customer sync"  (Job)
 void printFolderTree(VaultSession& session, const VaultPath& path);
 Json folderTreeJson(VaultSession& session, const VaultPath& path);
+// The -z form: every folder, object and link below the folder (depth first,
+// in the text tree's order) as four NUL-terminated fields: the kind
+// ("folder", "link", the object's type or "-"), the display name, the vault
+// path, and a link's target (empty for the others).
+void printFolderTreeRecords(VaultSession& session, const VaultPath& path);
 
 }  // namespace qzvtool
 

@@ -161,6 +161,43 @@ std::string escapeControls(const std::string& text) {
   return shown;
 }
 
+bool isValidUtf8(const std::string& text) {
+  for (std::size_t at = 0; at < text.size();) {
+    if (static_cast<unsigned char>(text[at]) < 0x80) {
+      ++at;
+      continue;
+    }
+    unsigned codePoint = 0;
+    const std::size_t length = utf8Length(text, at, &codePoint);
+    if (length == 0) return false;
+    at += length;
+  }
+  return true;
+}
+
+std::string base64(const std::string& bytes) {
+  static const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve((bytes.size() + 2) / 3 * 4);
+  std::size_t at = 0;
+  for (; at + 3 <= bytes.size(); at += 3) {
+    const unsigned value = (static_cast<unsigned char>(bytes[at]) << 16) |
+                           (static_cast<unsigned char>(bytes[at + 1]) << 8) |
+                           static_cast<unsigned char>(bytes[at + 2]);
+    for (int shift = 18; shift >= 0; shift -= 6) out.push_back(kAlphabet[(value >> shift) & 0x3F]);
+  }
+  const std::size_t rest = bytes.size() - at;
+  if (rest > 0) {
+    unsigned value = static_cast<unsigned char>(bytes[at]) << 16;
+    if (rest == 2) value |= static_cast<unsigned char>(bytes[at + 1]) << 8;
+    out.push_back(kAlphabet[(value >> 18) & 0x3F]);
+    out.push_back(kAlphabet[(value >> 12) & 0x3F]);
+    out.push_back(rest == 2 ? kAlphabet[(value >> 6) & 0x3F] : '=');
+    out.push_back('=');
+  }
+  return out;
+}
+
 void printLine(const std::string& line, std::ostream& out) { out << escapeControls(line) << '\n'; }
 
 void printLine(const std::string& line) { printLine(line, std::cout); }

@@ -49,6 +49,12 @@ int finishOutput(int status);
 // octal digits) for the other bytes. Everything else is kept as it is.
 std::string escapeControls(const std::string& text);
 
+// True when every byte of `text` is part of a valid UTF-8 character.
+bool isValidUtf8(const std::string& text);
+// `bytes` in base64 (RFC 4648, with padding), for content that JSON cannot
+// carry as text.
+std::string base64(const std::string& bytes);
+
 // Prints `line` and a line break on `out`, the line's control characters
 // escaped (escapeControls).
 void printLine(const std::string& line, std::ostream& out);
