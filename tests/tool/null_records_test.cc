@@ -135,6 +135,30 @@ TEST_F(NullRecordsTest, VersionListAndLogGiveIsoDatesWithTheZone) {
   EXPECT_EQ(history[0][3], history[1][3]);
 }
 
+// The library keeps its date attributes as seconds; the tool shows them as
+// it shows every date, in every form.
+TEST_F(NullRecordsTest, LibraryDateAttributesAreShownAsIsoDates) {
+  const ToolResult text = run({"attr", "list", "Data/orders.csv"});
+  ASSERT_EQ(text.status, 0) << text.describe();
+  EXPECT_THAT(text.out, ::testing::ContainsRegex(std::string("_CREATIONDATE  ") + kIsoDate + "\n"));
+  EXPECT_THAT(text.out, ::testing::ContainsRegex(std::string("_MODIFIEDDATE  ") + kIsoDate + "\n"));
+
+  const ToolResult asJson = run({"attr", "get", "Data", "_MODIFIEDDATE", "--json"});
+  ASSERT_EQ(asJson.status, 0) << asJson.describe();
+  EXPECT_THAT(asJson.json()[0]["rows"][0][0].get<std::string>(), MatchesRegex(kIsoDate));
+  bool seen = false;
+  for (const Record& row : records(run({"attr", "list", "Data", "-z"}).out, 12)) {
+    if (row[0] != "_CREATIONDATE") continue;
+    seen = true;
+    EXPECT_THAT(row[2], MatchesRegex(kIsoDate));
+  }
+  EXPECT_TRUE(seen);
+  // A folder's own dates are stamped by its first listing (above).
+  const ToolResult one = run({"attr", "get", "Data", "_CREATIONDATE", "--row", "0"});
+  ASSERT_EQ(one.status, 0) << one.describe();
+  EXPECT_THAT(one.out, MatchesRegex(std::string(kIsoDate) + "\n"));
+}
+
 TEST_F(NullRecordsTest, LocksAndCheckFindingsAreRecords) {
   qztool::writeText(vault_ + "/Data/.v_lck", "");
   const time_t old = time(nullptr) - 7200;

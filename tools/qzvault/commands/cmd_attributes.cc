@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "iso_date.h"
 #include "output.h"
 #include "session.h"
 #include "tool_error.h"
@@ -36,6 +37,20 @@ struct AttributeRows {
   std::string name;
   std::vector<std::vector<QzbString>> rows;
 };
+
+// The library keeps its date attributes as seconds since the epoch; they are
+// shown as every date the tool prints is, ISO 8601 with the zone. Anything
+// else (and a date row that is not a plain number) is shown as stored.
+QzbString shownValue(const std::string& attribute, int column, const QzbString& value) {
+  if (column != 0 || value.isNull() || (attribute != "_CREATIONDATE" && attribute != "_MODIFIEDDATE")) {
+    return value;
+  }
+  const std::string stored = text(value);
+  if (stored.empty() || stored.size() > 18 || stored.find_first_not_of("0123456789") != std::string::npos) {
+    return value;
+  }
+  return QzbString(isoDateTime(static_cast<std::int64_t>(std::stoll(stored))).c_str());
+}
 
 std::vector<QzbString> trimmedRow(std::vector<QzbString> values) {
   while (!values.empty() && values.back().isNull()) values.pop_back();
@@ -105,7 +120,9 @@ std::vector<AttributeRows> groupListing(QzvItemList* list) {
       attributes.push_back(AttributeRows{name, {}});
     }
     std::vector<QzbString> values;
-    for (int column = 0; column < kColumnCount; ++column) values.push_back(list->getValue(2 + column));
+    for (int column = 0; column < kColumnCount; ++column) {
+      values.push_back(shownValue(name, column, list->getValue(2 + column)));
+    }
     attributes.back().rows.push_back(trimmedRow(values));
   }
   return attributes;
@@ -185,7 +202,9 @@ void runGet(const GlobalOptions& global, const AttrOptions& options) {
     AttributeRows all{options.name, {}};
     for (int row = 0; row < rows; ++row) {
       std::vector<QzbString> values;
-      for (int column = 0; column < kColumnCount; ++column) values.push_back(attribute->getValue(column, row));
+      for (int column = 0; column < kColumnCount; ++column) {
+        values.push_back(shownValue(options.name, column, attribute->getValue(column, row)));
+      }
       all.rows.push_back(trimmedRow(values));
     }
     printAttributes({all}, options.json);
@@ -197,7 +216,7 @@ void runGet(const GlobalOptions& global, const AttrOptions& options) {
     fail("attribute " + options.name + " of " + path.shown() + " has " + std::to_string(rows) +
          (rows == 1 ? " row" : " rows") + "; row " + std::to_string(row) + " does not exist");
   }
-  const QzbString value = attribute->getValue(column, row);
+  const QzbString value = shownValue(options.name, column, attribute->getValue(column, row));
   if (options.json) {
     printJson(Json{{"name", options.name}, {"row", row}, {"col", column}, {"value", jsonText(value)}});
   } else {
