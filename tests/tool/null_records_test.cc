@@ -237,4 +237,32 @@ TEST_F(NullResourcesTest, ResourcesDepsAndUsedByMatchTheirJson) {
   }
 }
 
+// lineage -z: a closure's resources with their distance, a whole graph's
+// edges; the same resources and edges as --json gives.
+TEST_F(NullResourcesTest, LineageClosuresAndEdgesAreRecords) {
+  const ToolResult down = runOn(vault_, {"lineage", "Data/orders.csv", "--down", "-z"});
+  ASSERT_EQ(down.status, 0) << down.describe();
+  const std::vector<Record> reached = records(down.out, 4);
+  const json closure = runOn(vault_, {"lineage", "Data/orders.csv", "--down", "--json"}).json();
+  // JSON names the start apart from the resources it reaches; -z lists it first.
+  ASSERT_EQ(reached.size(), closure["resources"].size() + 1) << closure.dump(2);
+  EXPECT_EQ(reached[0], (Record{"0", "DataFile", "orders.csv", "Data/orders.csv"}));
+  for (std::size_t i = 1; i < reached.size(); ++i) {
+    EXPECT_EQ(reached[i][0], std::to_string(closure["resources"][i - 1]["distance"].get<int>()));
+    EXPECT_EQ(reached[i][1], closure["resources"][i - 1]["type"]);
+  }
+
+  const ToolResult whole = runOn(vault_, {"lineage", "-z"});
+  ASSERT_EQ(whole.status, 0) << whole.describe();
+  const std::vector<Record> edges = records(whole.out, 6);
+  const json graph = runOn(vault_, {"graph", "--json"}).json();
+  EXPECT_EQ(edges.size(), graph["edges"].size());
+  bool load = false;
+  for (const Record& edge : edges) {
+    load = load || (edge[2] == "Jobs/Definitions/nightly-sales-load.job.def" && edge[5] == "Data/orders.csv");
+  }
+  EXPECT_TRUE(load) << whole.out;
+  EXPECT_EQ(runOn(vault_, {"lineage", "-z", "--json"}).status, 2);
+}
+
 }  // namespace

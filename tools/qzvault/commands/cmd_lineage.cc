@@ -30,6 +30,7 @@ struct LineageOptions {
   int depth = QZV_LINEAGE_UNLIMITED;
   bool depthGiven = false;
   bool json = false;
+  bool nul = false;
 };
 
 struct ExportOptions {
@@ -79,7 +80,11 @@ void runLineage(const GlobalOptions& global, const LineageOptions& options) {
   VaultSession session(global);
   Held<QzvImpactAnalysis> analysis = openAnalysis(session);
   if (options.resource.empty()) {
-    printLineage(session, analysis.get(), options.json);
+    if (options.nul) {
+      printEdgeRecords(session, wholeLineage(analysis.get()), std::cout);
+    } else {
+      printLineage(session, analysis.get(), options.json);
+    }
     return;
   }
   Held<QzResource> resource = findResource(session, analysis.get(), options.resource);
@@ -87,6 +92,8 @@ void runLineage(const GlobalOptions& global, const LineageOptions& options) {
   const LineageGraph closure = lineageClosure(analysis.get(), resource.get(), direction, options.depth);
   if (options.json) {
     printJson(lineageClosureJson(session, closure, direction, options.depth));
+  } else if (options.nul) {
+    printClosureRecords(session, closure, std::cout);
   } else {
     printLineageTree(session, closure, direction, std::cout);
   }
@@ -251,7 +258,7 @@ void addLineageCommands(CLI::App& app, ToolContext& context) {
   lineageCommand->add_flag("--up", lineage->up, "What RESOURCE uses (where its data comes from)");
   lineageCommand->add_flag("--down", lineage->down, "What uses RESOURCE (what a change to it affects)");
   addDepthOption(lineageCommand, &lineage->depth, &lineage->depthGiven);
-  addJsonFlag(lineageCommand, &lineage->json);
+  addNulFlag(lineageCommand, &lineage->nul, addJsonFlag(lineageCommand, &lineage->json));
 
   auto exportOptions = std::make_shared<ExportOptions>();
   CLI::App* exportCommand = lineageCommand->add_subcommand(

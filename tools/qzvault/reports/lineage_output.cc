@@ -44,6 +44,30 @@ const char* directionName(LineageDirection direction) {
 
 }  // namespace
 
+void printClosureRecords(const VaultSession& session, const LineageGraph& graph, std::ostream& out) {
+  TextTable records;
+  for (const LineageNode& node : graph.nodes) {
+    const ResourceRow& row = node.resource;
+    records.addRow({std::to_string(node.distance), row.type, row.name, identityShown(session, row.identity)});
+  }
+  records.printRecords(out, 4);
+}
+
+void printEdgeRecords(const VaultSession& session, const LineageGraph& graph, std::ostream& out) {
+  const auto byId = nodesById(graph);
+  TextTable records;
+  for (const LineageEdge& edge : graph.edges) {
+    const auto user = byId.find(edge.user);
+    const auto used = byId.find(edge.used);
+    if (user == byId.end() || used == byId.end()) continue;
+    const ResourceRow& a = user->second->resource;
+    const ResourceRow& b = used->second->resource;
+    records.addRow({a.type, a.name, identityShown(session, a.identity), b.type, b.name,
+                    identityShown(session, b.identity)});
+  }
+  records.printRecords(out, 6);
+}
+
 void printLineageTree(const VaultSession& session, const LineageGraph& graph,
                       LineageDirection direction, std::ostream& out) {
   if (graph.nodes.empty()) return;

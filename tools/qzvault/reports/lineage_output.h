@@ -21,6 +21,13 @@ namespace qzvtool {
 void printLineageTree(const VaultSession& session, const LineageGraph& graph,
                       LineageDirection direction, std::ostream& out);
 
+// The -z forms. A closure: every resource, the start first, as four
+// NUL-terminated fields: distance, type, name, identity (an object by its
+// vault path). A whole graph: every edge as six: the user's type, name and
+// identity, then those of the resource it uses.
+void printClosureRecords(const VaultSession& session, const LineageGraph& graph, std::ostream& out);
+void printEdgeRecords(const VaultSession& session, const LineageGraph& graph, std::ostream& out);
+
 // The closure as JSON: the resource, the direction, the depth asked for (null
 // for no limit), the resources with their distance and the edges among them.
 Json lineageClosureJson(const VaultSession& session, const LineageGraph& graph,
