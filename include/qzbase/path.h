@@ -35,6 +35,18 @@ QZBASE_EXPORT QzbString qzbConcatPath(const QzbString& dir, const QzbString& nam
 // null (and *name is the whole path, "" for the root, null for null).
 QZBASE_EXPORT QzbString qzbParsePath(const QzbString& path, QzbString* name);
 
+// The path with "." components, runs of "/" and a trailing "/" removed and
+// each ".." taken back together with the component before it, without
+// asking the file system (links are not followed): "a/../b" and "./b" are
+// "b", "a//b/" is "a/b". For plug-ins that record the files a definition
+// names, so that one file is recorded under one name.
+// - An absolute path stays absolute; ".." at the root stays at the root
+//   ("/../x" is "/x"). A relative path keeps the ".." it cannot take back
+//   ("../x", "a/../../x" is "../x").
+// - A relative path that names nothing more is "." ("a/.." is "."); the root
+//   is "/". An empty path stays empty and a null one null.
+QZBASE_EXPORT QzbString qzbNormalizePath(const QzbString& path);
+
 // printf-style formatting into a new string. Every conversion of the C
 // library's printf is accepted (with flags, width, precision and length
 // modifiers); in addition "%S" takes a pointer to a QzbString (const

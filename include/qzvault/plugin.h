@@ -23,6 +23,9 @@
 // - The library may call a plug-in from several threads at once (for files of
 //   different folders); one metadata file is used from one thread at a time.
 //
+// - Identities of files are full paths with "." and ".." folded away, so that
+//   one file is one resource however a definition names it: qzbNormalizePath
+//   (qzbase/path.h) does that.
 // See docs/plugin-guide.md for a walk-through built around the shipped plug-in.
 #ifndef QZVAULT_PLUGIN_H_
 #define QZVAULT_PLUGIN_H_

@@ -2,6 +2,7 @@
 #include "qzbase/path.h"
 
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -45,6 +46,38 @@ QzbString qzbConcatPath(const QzbString& dir, const QzbString& name) {
   // `components` begins with "/": drop it when `dir` already ends with one.
   if (base.back() == '/') return QzbString::fromStdString(base + components.substr(1));
   return QzbString::fromStdString(base + components);
+}
+
+QzbString qzbNormalizePath(const QzbString& path) {
+  if (path.isNull()) return QzbString();
+  const std::string text = path.toStdString();
+  if (text.empty()) return QzbString("");
+  const bool absolute = text[0] == '/';
+  std::vector<std::string> parts;
+  std::size_t start = 0;
+  while (start <= text.size()) {
+    std::size_t slash = text.find('/', start);
+    if (slash == std::string::npos) slash = text.size();
+    const std::string part = text.substr(start, slash - start);
+    start = slash + 1;
+    if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      if (!parts.empty() && parts.back() != "..") {
+        parts.pop_back();
+      } else if (!absolute) {
+        parts.push_back(part);  // above where the path starts: kept
+      }
+      continue;  // at the root: the root's parent is the root
+    }
+    parts.push_back(part);
+  }
+  std::string normal = absolute ? "/" : "";
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    if (i > 0) normal += '/';
+    normal += parts[i];
+  }
+  if (normal.empty()) normal = ".";
+  return QzbString::fromStdString(normal);
 }
 
 QzbString qzbParsePath(const QzbString& path, QzbString* name) {

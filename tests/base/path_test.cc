@@ -181,4 +181,46 @@ TEST(ParsePath, JoinedPathSplitsBack) {
   EXPECT_STREQ(joined.asCstr(), qzbConcatPath(dir, leaf).asCstr());
 }
 
+std::string normal(const char* path) { return qzbNormalizePath(QzbString(path)).toStdString(); }
+
+TEST(NormalizePath, OneFileHasOneName) {
+  EXPECT_EQ(normal("a/../b"), "b");
+  EXPECT_EQ(normal("./b"), "b");
+  EXPECT_EQ(normal("a//b/"), "a/b");
+  EXPECT_EQ(normal("a/./b/./"), "a/b");
+  EXPECT_EQ(normal("/data/feeds/../in/x.csv"), "/data/in/x.csv");
+  EXPECT_EQ(normal("//data///x.csv"), "/data/x.csv");
+  // Already normal: unchanged.
+  EXPECT_EQ(normal("/data/x.csv"), "/data/x.csv");
+  EXPECT_EQ(normal("x.csv"), "x.csv");
+}
+
+TEST(NormalizePath, DotDotAboveTheStart) {
+  EXPECT_EQ(normal(".."), "..");
+  EXPECT_EQ(normal("../x"), "../x");
+  EXPECT_EQ(normal("a/../../x"), "../x");
+  EXPECT_EQ(normal("../../x/.."), "../..");
+  // The root's parent is the root.
+  EXPECT_EQ(normal("/.."), "/");
+  EXPECT_EQ(normal("/../x"), "/x");
+  EXPECT_EQ(normal("/a/../../x"), "/x");
+}
+
+TEST(NormalizePath, PathsThatNameNothingMore) {
+  EXPECT_EQ(normal("."), ".");
+  EXPECT_EQ(normal("a/.."), ".");
+  EXPECT_EQ(normal("./"), ".");
+  EXPECT_EQ(normal("/"), "/");
+  EXPECT_EQ(normal("///"), "/");
+  EXPECT_EQ(normal("/./"), "/");
+  EXPECT_EQ(normal(""), "");
+  EXPECT_TRUE(qzbNormalizePath(QzbString()).isNull());
+}
+
+// Macros and names with dots are components like any other.
+TEST(NormalizePath, OnlyWholeComponentsAreSpecial) {
+  EXPECT_EQ(normal("%%FEED_DIR%%/./x.csv"), "%%FEED_DIR%%/x.csv");
+  EXPECT_EQ(normal("a/...b/..c/.d"), "a/...b/..c/.d");
+}
+
 }  // namespace
